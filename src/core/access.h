@@ -1,0 +1,81 @@
+// Lua table access: the one door through which every parser reads a script.
+//
+// Each operation reads the table on top of the Lua stack and leaves the stack
+// as it found it.  A missing item is reported through the log and a result
+// code; whether it is an error is the caller's decision.
+//
+// Scripts are untrusted.  The operations look into a value only when it is a
+// table (a value of any other type is handled like a missing item, with the
+// same messages), read with raw access (the library's states have no
+// metatables, so this is what an ordinary lookup would do, minus any chance
+// of a Lua error), and never copy a string past the caller's buffer.
+#ifndef KIV_CORE_ACCESS_H
+#define KIV_CORE_ACCESS_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+#include <lua.h>
+
+// 1 if field `name` of the table on top exists (is not nil), else 0.
+int32_t kiv_is_item_exist_str(lua_State *L, const char *name);
+// 1 if element `index` (0-based; Lua key index + 1) exists, else 0.
+int32_t kiv_is_item_exist_int(lua_State *L, int32_t index);
+
+// Single gets: 0, or -2 when the item is missing (the target is not written).
+// Integers keep the low 32 bits of the Lua integer conversion (0 for a value
+// that does not convert).  Strings are copied up to their first NUL and cut
+// to cap - 1 characters; a value without a string form (table, boolean, ...)
+// is handled like a missing item.
+int32_t kiv_get_integer_item_str(lua_State *L, const char *name, int32_t *value);
+int32_t kiv_get_string_item_str(lua_State *L, const char *name, char *buf, size_t cap);
+int32_t kiv_get_integer_item_int(lua_State *L, int32_t index, int32_t *value);
+int32_t kiv_get_string_item_int(lua_State *L, int32_t index, char *buf, size_t cap);
+
+// Number of consecutive non-nil elements from index 0 of the table on top.
+int32_t kiv_get_array_item_num(lua_State *L);
+// The same for the array field `name`; 0 (with a WARN) when it is missing.
+int32_t kiv_get_array_item_num_str(lua_State *L, const char *name);
+
+// Element `index` of the array field `name`: 0; -1 (integer) or -2 (string)
+// when the array is missing; -2 when the element is missing.
+int32_t kiv_get_array_integer_item_str(lua_State *L, const char *name, int32_t index,
+                                       int32_t *value);
+int32_t kiv_get_array_string_item_str(lua_State *L, const char *name, int32_t index, char *buf,
+                                      size_t cap);
+
+// Walking into nested tables.  kiv_enter_str / kiv_enter_int push field
+// `name` / element `index` and return 1 when it is a table; otherwise they
+// log the existence check's DEBUG line, push nothing and return 0.
+// kiv_leave pops the table entered last.
+int32_t kiv_enter_str(lua_State *L, const char *name);
+int32_t kiv_enter_int(lua_State *L, int32_t index);
+void kiv_leave(lua_State *L);
+
+// Debug builds check that an operation leaves the Lua stack as it found it:
+// KIV_STACK_GUARD(L) at the start of a function asserts, when the function
+// returns, that the stack has its original height again.
+#ifndef KIV_STACK_CHECK
+#ifdef NDEBUG
+#define KIV_STACK_CHECK 0
+#else
+#define KIV_STACK_CHECK 1
+#endif
+#endif
+
+#if KIV_STACK_CHECK
+struct kiv_stack_guard {
+    lua_State *L;
+    int top;
+    const char *where;
+    kiv_stack_guard(lua_State *l, const char *w) : L(l), top(lua_gettop(l)), where(w) {}
+    ~kiv_stack_guard();
+    kiv_stack_guard(const kiv_stack_guard &) = delete;
+    kiv_stack_guard &operator=(const kiv_stack_guard &) = delete;
+};
+#define KIV_STACK_GUARD(L) kiv_stack_guard kiv_stack_guard_(L, __func__)
+#else
+#define KIV_STACK_GUARD(L) ((void)0)
+#endif
+
+#endif

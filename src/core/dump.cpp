@@ -1,0 +1,57 @@
+// The dump: writes a record back as a multi-channel script.
+#include <stdio.h>
+
+#include "core/export.h"
+#include "core/log.h"
+#include "core/out.h"
+#include "core/sections.h"
+#include "kiv.h"
+
+static const char FN[] = "kiv_dump_multi_chan_cfg";
+
+KIV_API int32_t kiv_dump_multi_chan_cfg(const kiv_multi_chan_cfg *cfg, const char *path)
+{
+    if (!cfg) {
+        KIV_ERR(FN, "the 1st param is NULL\n");
+        return -1;
+    }
+    FILE *file = nullptr;
+    if (path) {
+        file = fopen(path, "w");
+        if (!file)
+            KIV_ERR(FN, "Open file [%s] error, output to console\n", path);
+    }
+    FILE *out = file; // null: standard output
+
+    const int chans = cfg->chan_num < 3 ? cfg->chan_num : 3;
+    const int streams = cfg->stream_num < 13 ? cfg->stream_num : 13;
+
+    // The global tables first: _resource_config_ refers to them by name.
+    kiv_dump_virt_mode_cfg(cfg, out, cfg->enable_hp_fps, static_cast<uint8_t>(chans));
+    kiv_dump_vsrc_cfg(cfg, out);
+    kiv_dump_channel_cfg(cfg, out);
+    kiv_dump_stream_cfg(cfg, out);
+
+    kiv_out_str(out, "_resource_config_ = {\n");
+    kiv_out(out, "\tversion = %d,\n", 1);
+    kiv_out(out, "\tlog_level = %d,\n", kiv_get_log_level());
+    kiv_out(out, "\tenable_hp_fps = %d,\n", cfg->enable_hp_fps ? 1 : 0);
+    kiv_out(out, "\tvin_short_line_detect = %d,\n", cfg->vin_short_line_detect ? 1 : 0);
+    kiv_out_str(out, "\tchannels = {\n");
+    for (int i = 0; i < chans; ++i)
+        kiv_out(out, "\t\tchan_%d,\n", i);
+    kiv_out_str(out, "\t},\n");
+    kiv_dump_chan_grp_cfg(cfg, out);
+    kiv_dump_canvas_cfg(cfg, out);
+    kiv_out_str(out, "\tstreams = {\n");
+    for (int i = 0; i < streams; ++i)
+        kiv_out(out, "\t\tstream_%d,\n", i);
+    kiv_out_str(out, "\t},\n");
+    kiv_dump_mem_cfg_resource(cfg, out);
+    kiv_out_str(out, "}\n");
+    kiv_out_str(out, "\nreturn _resource_config_\n");
+
+    if (file)
+        fclose(file);
+    return 0;
+}

@@ -1,0 +1,65 @@
+#include "core/keys.h"
+
+#include "core/access.h"
+#include "core/log.h"
+
+int32_t kiv_read_keys(lua_State *L, const char *fn, void *rec, const kiv_key *keys, size_t n)
+{
+    KIV_STACK_GUARD(L);
+    for (size_t i = 0; i < n; ++i) {
+        const kiv_key &k = keys[i];
+        int32_t raw = 0;
+        uint32_t v;
+        if (kiv_get_integer_item_str(L, k.key, &raw) == 0) {
+            v = static_cast<uint32_t>(raw);
+        } else {
+            switch (k.absent) {
+            case KIV_REQUIRED:
+                KIV_ERR(fn, "item(%s) doesn't exist.\n", k.key);
+                return -2;
+            case KIV_REQUIRED_QUIET:
+                return -2;
+            case KIV_OPTIONAL:
+                if (k.absent_text)
+                    kiv_log(KIV_LEVEL_WARN, k.absent_text, fn, __LINE__, k.key);
+                else
+                    KIV_WARN(fn, "item(%s) doesn't exist, set 0 by default.\n", k.key);
+                break;
+            case KIV_OPTIONAL_QUIET:
+                break;
+            }
+            v = k.dflt;
+        }
+        if (k.check) {
+            int32_t ret = k.check(fn, k.key, &v);
+            if (ret != 0)
+                return ret;
+        }
+        k.store(rec, v);
+        if (k.gate && !(v & 1))
+            i += k.gate;
+    }
+    return 0;
+}
+
+kiv_fps_pair kiv_fps_from_script(uint32_t value)
+{
+    if (kiv_get_hp_fps())
+        return {static_cast<uint32_t>((static_cast<int32_t>(value + 999u)) / 1000), value};
+    return {value, value * 1000u};
+}
+
+uint32_t kiv_fps_ceiling_from_script(uint32_t value)
+{
+    return kiv_get_hp_fps() ? value : value * 1000u;
+}
+
+uint32_t kiv_fps_to_script(uint32_t hp_flag, uint32_t whole, uint32_t thousandths)
+{
+    return hp_flag ? thousandths : whole;
+}
+
+uint32_t kiv_fps_ceiling_to_script(uint32_t hp_flag, uint32_t thousandths)
+{
+    return hp_flag ? thousandths : thousandths / 1000u;
+}

@@ -1,0 +1,79 @@
+// Key tables: the integer keys of a script table described as data, one
+// descriptor per key in reading order, read by one generic reader.
+#ifndef KIV_CORE_KEYS_H
+#define KIV_CORE_KEYS_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+#include <lua.h>
+
+// What an absent key does.
+enum kiv_absent : uint8_t {
+    // ERROR "item(%s) doesn't exist.\n"; the table's read fails with -2.
+    KIV_REQUIRED,
+    // The read fails with -2 without a line of its own.
+    KIV_REQUIRED_QUIET,
+    // WARN "item(%s) doesn't exist, set 0 by default.\n" (or the key's own
+    // absent_text), whatever the default; the default is stored.
+    KIV_OPTIONAL,
+    // The default is stored without a line.
+    KIV_OPTIONAL_QUIET,
+};
+
+typedef void (*kiv_store_fn)(void *rec, uint32_t value);
+typedef uint32_t (*kiv_load_fn)(const void *rec);
+// Runs before the value is stored; may change it.  Returns 0 to go on, or
+// the (negative) result that ends the table's read.
+typedef int32_t (*kiv_check_fn)(const char *fn, const char *key, uint32_t *value);
+
+struct kiv_key {
+    const char *key;
+    kiv_absent absent;
+    // When non-zero, the next `gate` keys are read only when bit 0 of this
+    // key's value is 1; otherwise they are skipped and keep their fields.
+    uint8_t gate;
+    uint32_t dflt;
+    // Stores the value with its low bits kept, as many as the field is wide
+    // (a bit-field assignment does exactly that).
+    kiv_store_fn store;
+    kiv_load_fn load;
+    kiv_check_fn check;
+    // For KIV_OPTIONAL: a WARN format other than the common one; its
+    // arguments are the function name, the line and the key.
+    const char *absent_text;
+};
+
+// Store and load functions of field `field` of record type T.
+#define KIV_FIELD(T, field)                                                                        \
+    [](void *r, uint32_t v) { static_cast<T *>(r)->field = v; }, [](const void *r) -> uint32_t {   \
+        return static_cast<uint32_t>(static_cast<const T *>(r)->field);                            \
+    }
+
+// Reads keys[0 .. n-1] from the table on top of the stack into rec, in
+// order; messages carry the function name fn.  Returns 0, or the result of
+// the first key that fails (the fields stored before it stay stored).
+int32_t kiv_read_keys(lua_State *L, const char *fn, void *rec, const kiv_key *keys, size_t n);
+
+template <size_t N>
+int32_t kiv_read_keys(lua_State *L, const char *fn, void *rec, const kiv_key (&keys)[N])
+{
+    return kiv_read_keys(L, fn, rec, keys, N);
+}
+
+// Frame rates.  A rate read from a script is kept in whole frames per second
+// and in thousandths.  With the process-wide high-precision flag set the
+// script gives thousandths and the whole rate is rounded up; with it clear
+// the script gives whole frames.
+struct kiv_fps_pair {
+    uint32_t whole;
+    uint32_t thousandths;
+};
+kiv_fps_pair kiv_fps_from_script(uint32_t value);
+// A ceiling rate (max_fps, default_fps) is kept in thousandths only.
+uint32_t kiv_fps_ceiling_from_script(uint32_t value);
+// What the dump writes for a rate: the form the record's own flag selects.
+uint32_t kiv_fps_to_script(uint32_t hp_flag, uint32_t whole, uint32_t thousandths);
+uint32_t kiv_fps_ceiling_to_script(uint32_t hp_flag, uint32_t thousandths);
+
+#endif

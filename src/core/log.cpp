@@ -1,0 +1,42 @@
+#include "core/log.h"
+
+#include <atomic>
+#include <stdarg.h>
+#include <stdio.h>
+
+// Plain bytes in behaviour; atomic (relaxed) only so that loads running in
+// several threads do not race in the C++ sense.  The last writer wins.
+static std::atomic<uint8_t> g_log_level{1};
+static std::atomic<uint8_t> g_hp_fps{0};
+
+void kiv_log(uint8_t level, const char *fmt, ...)
+{
+    if (g_log_level.load(std::memory_order_relaxed) < level)
+        return;
+    char buf[256];
+    va_list ap;
+    va_start(ap, fmt);
+    vsnprintf(buf, sizeof buf, fmt, ap);
+    va_end(ap);
+    printf("%s", buf);
+}
+
+void kiv_set_log_level(int32_t level)
+{
+    g_log_level.store(static_cast<uint8_t>(level), std::memory_order_relaxed);
+}
+
+uint8_t kiv_get_log_level(void)
+{
+    return g_log_level.load(std::memory_order_relaxed);
+}
+
+void kiv_set_hp_fps(int32_t flag)
+{
+    g_hp_fps.store(static_cast<uint8_t>(flag), std::memory_order_relaxed);
+}
+
+uint8_t kiv_get_hp_fps(void)
+{
+    return g_hp_fps.load(std::memory_order_relaxed);
+}

@@ -1,0 +1,38 @@
+// Leveled log and the two process-wide settings.
+//
+// Every message of the library goes through kiv_log.  A format always has
+// the shape tag, function name, source line, text; the three macros below
+// add the tag and the source line so that a call names only the function
+// the message is reported under and the text.
+#ifndef KIV_CORE_LOG_H
+#define KIV_CORE_LOG_H
+
+#include <stdint.h>
+
+enum : uint8_t {
+    KIV_LEVEL_ERROR = 0,
+    KIV_LEVEL_WARN = 1,
+    KIV_LEVEL_DEBUG = 3,
+};
+
+// Prints the formatted message to standard output when the current log
+// level is at least `level`; the text is cut at 255 characters.
+void kiv_log(uint8_t level, const char *fmt, ...) __attribute__((format(printf, 2, 3)));
+
+// The log level: the highest message level that is printed (initially 1).
+void kiv_set_log_level(int32_t level);
+uint8_t kiv_get_log_level(void);
+
+// The high-precision frame-rate flag (initially 0): when set, frame rates in
+// scripts are given in thousandths of a frame per second.
+void kiv_set_hp_fps(int32_t flag);
+uint8_t kiv_get_hp_fps(void);
+
+#define KIV_ERR(fn, text, ...)                                                                     \
+    kiv_log(KIV_LEVEL_ERROR, "KIV_ERROR:: %s(%d): " text, fn, __LINE__ __VA_OPT__(, ) __VA_ARGS__)
+#define KIV_WARN(fn, text, ...)                                                                    \
+    kiv_log(KIV_LEVEL_WARN, "KIV_WARN:: %s(%d): " text, fn, __LINE__ __VA_OPT__(, ) __VA_ARGS__)
+#define KIV_DBG(fn, text, ...)                                                                     \
+    kiv_log(KIV_LEVEL_DEBUG, "KIV_DEBUG:: %s(%d): " text, fn, __LINE__ __VA_OPT__(, ) __VA_ARGS__)
+
+#endif
