@@ -257,6 +257,7 @@ typedef struct kiv_stream_cfg {
     uint32_t js_enable : 1;
     uint32_t used_for_vout_enable : 1;
     uint32_t used_for_vout_id : 1;
+    uint32_t : 13;
     /* second bit-field word */
     uint32_t fast_seek_enable : 1;
     uint32_t two_ref_enable : 1;
@@ -357,6 +358,7 @@ typedef struct kiv_aisp_cfg {
     uint32_t fifo_len;
     uint32_t dag_addr;
     uint32_t if_cnt : 4; /* interface count of the network read last */
+    uint32_t : 28;
     kiv_nn_interface interfaces[KIV_AISP_MAX_INTERFACES];
 } kiv_aisp_cfg;
 
