@@ -1,0 +1,29 @@
+#!/usr/bin/env bash
+# Installs a release build into a scratch prefix and builds the C consumer
+# against the installed tree, once through pkg-config and once through
+# find_package(kiv); both must load the example configuration.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+root=$(pwd)
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+cmake -S . -B "$work/build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DKIV_BUILD_TESTS=OFF \
+    -DKIV_WERROR=ON -DCMAKE_INSTALL_PREFIX="$work/prefix" >/dev/null
+cmake --build "$work/build" >/dev/null
+cmake --install "$work/build" >/dev/null
+lib=$(find "$work/prefix" -name 'libkiv.so.1.0.0')
+defined=$(nm -D --defined-only "$lib" | awk '{print $2}' | sort | tr '\n' ' ')
+[ "$defined" = "T T T T T T T " ] || { nm -D --defined-only "$lib"; echo "unexpected exports"; exit 1; }
+readelf -d "$lib" | grep -q 'SONAME.*\[libkiv.so.1\]'
+
+export PKG_CONFIG_PATH="$(dirname "$lib")/pkgconfig"
+export LD_LIBRARY_PATH="$(dirname "$lib")"
+cc -std=c99 -Wall -Wextra -Wpedantic -Werror examples/c-consumer/kiv_load.c \
+    $(pkg-config --cflags --libs kiv) -o "$work/kiv_load_pc"
+"$work/kiv_load_pc" examples/single_1080p.lua "$work/out.lua" >/dev/null
+"$work/kiv_load_pc" "$work/out.lua" >/dev/null
+
+cmake -S examples/c-consumer -B "$work/consumer" -G Ninja -DCMAKE_PREFIX_PATH="$work/prefix" >/dev/null
+cmake --build "$work/consumer" >/dev/null
+"$work/consumer/kiv_load" "$root/examples/single_1080p.lua" >/dev/null
+echo "install check: exports, SONAME, pkg-config and find_package(kiv) consumers all good"
