@@ -11,3 +11,4 @@ cmake --build build-test -j "$jobs"
 (cd build-test && ctest --output-on-failure -j "$jobs")
 scripts/check-header.sh
 scripts/check-install.sh
+scripts/test-aarch64.sh
