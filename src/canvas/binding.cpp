@@ -83,15 +83,15 @@ int32_t kiv_set_source_buffer_canvas_id(lua_State *L, kiv_multi_chan_cfg *cfg, i
     canvas_cfg->canvas_id = static_cast<uint32_t>(canvas);
     int32_t status = 0;
     uint32_t m = 0; // entries of source_chan_ids in use
-    for (int32_t k = 0; k < n && status == 0; ++k) {
+    for (int32_t k = 0; k < n; ++k) {
         // One byte more than a name can hold: a string of 32 characters or
-        // more is seen whole (not cut to a prefix) and can never match.  An
-        // element without a string form leaves the buffer empty, which
+        // more keeps 32 of them and so can never equal a name (at most 31).
+        // An element without a string form leaves the buffer empty, which
         // names no buffer either.
         char s[NAME_CAP + 1] = "";
         kiv_get_array_string_item_str(L, "source", k, s, sizeof s);
         src_buf_pos pos{};
-        if (strlen(s) >= static_cast<size_t>(NAME_CAP) || !find_src_buf(cfg, s, &pos)) {
+        if (!find_src_buf(cfg, s, &pos)) {
             KIV_ERR(FN, "invalid string(%s) in item(%s)\n", s, "source");
             status = -1;
             break;
@@ -155,9 +155,10 @@ static void dump_chan_sources(const kiv_multi_chan_cfg *cfg, int32_t canvas, int
         for (int b = 0; b < KIV_SRC_BUF_NUM; ++b) {
             if (chan.src_buf[p][b].canvas_id != canvas)
                 continue;
-            char name[NAME_CAP];
-            src_buf_name(name, c, p, b);
-            kiv_out(out, "\"%s\",", name);
+            if (p == 0)
+                kiv_out(out, "\"chan_%d.%s\",", c, kiv_src_buf_names[b]);
+            else
+                kiv_out(out, "\"chan_%d.%s_%d\",", c, kiv_src_buf_names[b], p);
         }
     }
 }

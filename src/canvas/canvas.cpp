@@ -72,19 +72,17 @@ static const kiv_key keys_after_source[] = {
 static int32_t read_type(lua_State *L, int32_t pos, kiv_canvas_cfg *c)
 {
     // One byte more than the type buffer: a string of 32 characters or more
-    // is seen whole rather than cut to a prefix, and is rejected as an
-    // invalid type like any other unknown name.
+    // keeps 32 of them, is never cut down to a name of the table and is
+    // rejected like any other unknown name.
     char type[TYPE_CAP + 1] = "";
     if (kiv_get_string_item_str(L, "type", type, sizeof type) != 0) {
         KIV_ERR(FN, "item(%s) doesn't exist\n", "type");
         return -2;
     }
-    if (strlen(type) < TYPE_CAP) {
-        for (uint32_t t = 0; t < KIV_CANVAS_TYPE_NUM; ++t) {
-            if (strcmp(type, kiv_canvas_type_names[t]) == 0) {
-                c->type = t;
-                return 0;
-            }
+    for (uint32_t t = 0; t < KIV_CANVAS_TYPE_NUM; ++t) {
+        if (strcmp(type, kiv_canvas_type_names[t]) == 0) {
+            c->type = t;
+            return 0;
         }
     }
     KIV_ERR(FN, "invalid type(%s) for canvas(%d)\n", type, pos);
