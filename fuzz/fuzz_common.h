@@ -12,7 +12,8 @@
 #include "core/log.h"
 #include "core/run.h"
 
-namespace kivfuzz {
+namespace kivfuzz
+{
 
 // The interpreter trusts precompiled chunks, so a crafted binary chunk can
 // crash it whatever the library does; such inputs are not worth fuzzing.
