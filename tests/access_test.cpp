@@ -8,9 +8,12 @@
 
 using namespace kivtest;
 
-namespace {
+namespace
+{
 
-class Access : public Settings {};
+class Access : public Settings
+{
+};
 
 const char *const TABLE = R"(
 t = {
@@ -177,19 +180,18 @@ TEST_F(Access, ArrayElements)
         EXPECT_EQ(kiv_get_array_integer_item_str(L, "num", 0, &v), -1);
     });
     EXPECT_EQ(
-        log,
-        "KIV_DEBUG:: kiv_is_item_exist_int(N): item of index(2) doesn't exist\n"
-        "KIV_ERROR:: kiv_get_array_integer_item_str(N): array item(size) doesn't have item of "
-        "index(2)\n"
-        "KIV_DEBUG:: kiv_is_item_exist_str(N): item(nothing) doesn't exist\n"
-        "KIV_ERROR:: kiv_get_array_integer_item_str(N): array item(nothing) doesn't exist\n"
-        "KIV_DEBUG:: kiv_is_item_exist_str(N): item(nothing) doesn't exist\n"
-        "KIV_ERROR:: kiv_get_array_string_item_str(N): array item(nothing) doesn't exist\n"
-        "KIV_DEBUG:: kiv_is_item_exist_int(N): item of index(1) doesn't exist\n"
-        "KIV_ERROR:: kiv_get_array_string_item_str(N): array item(names) doesn't have item of "
-        "index(1)\n"
-        "KIV_DEBUG:: kiv_is_item_exist_str(N): item(num) doesn't exist\n"
-        "KIV_ERROR:: kiv_get_array_integer_item_str(N): array item(num) doesn't exist\n");
+        log, "KIV_DEBUG:: kiv_is_item_exist_int(N): item of index(2) doesn't exist\n"
+             "KIV_ERROR:: kiv_get_array_integer_item_str(N): array item(size) doesn't have item of "
+             "index(2)\n"
+             "KIV_DEBUG:: kiv_is_item_exist_str(N): item(nothing) doesn't exist\n"
+             "KIV_ERROR:: kiv_get_array_integer_item_str(N): array item(nothing) doesn't exist\n"
+             "KIV_DEBUG:: kiv_is_item_exist_str(N): item(nothing) doesn't exist\n"
+             "KIV_ERROR:: kiv_get_array_string_item_str(N): array item(nothing) doesn't exist\n"
+             "KIV_DEBUG:: kiv_is_item_exist_int(N): item of index(1) doesn't exist\n"
+             "KIV_ERROR:: kiv_get_array_string_item_str(N): array item(names) doesn't have item of "
+             "index(1)\n"
+             "KIV_DEBUG:: kiv_is_item_exist_str(N): item(num) doesn't exist\n"
+             "KIV_ERROR:: kiv_get_array_integer_item_str(N): array item(num) doesn't exist\n");
     EXPECT_EQ(v, 1080);
     EXPECT_EQ(lua_gettop(L), s.top());
 }
