@@ -1,0 +1,1 @@
+_custom_aisp_config_ = { boot_param = { fifo_addr = 0x1000, fifo_len = 0x100, dag_addr = 0x2000 }, custom_nn = { { if_cnt = 1, interfaces = { { port = { dvi_id = 1, start = 0, cnt = 1, id = {1} }, poke = { dvi_id = 2, start = 0, cnt = 1, id = {2, 3} } } } } } }

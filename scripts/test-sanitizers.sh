@@ -1,0 +1,21 @@
+#!/usr/bin/env bash
+# The whole test suite under AddressSanitizer and UndefinedBehaviorSanitizer
+# (any report fails the run), then under valgrind memcheck (zero errors, zero
+# leaks).
+set -euo pipefail
+cd "$(dirname "$0")/.."
+scripts/install-deps.sh
+jobs=$(nproc)
+cmake -S . -B build-asan -G Ninja -DCMAKE_BUILD_TYPE=Debug -DKIV_WERROR=ON \
+    -DKIV_SANITIZE=address,undefined -DCMAKE_CXX_FLAGS=-fno-sanitize-recover=all \
+    -DCMAKE_C_FLAGS=-fno-sanitize-recover=all >/dev/null
+cmake --build build-asan -j "$jobs"
+(cd build-asan && ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
+    ctest --output-on-failure -j "$jobs")
+
+# valgrind on the plain debug build of the test command.
+cmake -S . -B build-test -G Ninja -DCMAKE_BUILD_TYPE=Debug -DKIV_WERROR=ON >/dev/null
+cmake --build build-test -j "$jobs"
+valgrind --quiet --error-exitcode=1 --leak-check=full --errors-for-leak-kinds=definite,indirect \
+    build-test/tests/kiv_tests --gtest_brief=1
+echo "sanitizers and valgrind: clean"
