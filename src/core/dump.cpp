@@ -4,6 +4,7 @@
 #include "core/export.h"
 #include "core/log.h"
 #include "core/out.h"
+#include "core/safe_file.h"
 #include "core/sections.h"
 #include "kiv.h"
 
@@ -15,13 +16,14 @@ KIV_API int32_t kiv_dump_multi_chan_cfg(const kiv_multi_chan_cfg *cfg, const cha
         KIV_ERR(FN, "the 1st param is NULL\n");
         return -1;
     }
-    FILE *file = nullptr;
+    kiv_safe_file file;
+    bool to_file = false;
     if (path) {
-        file = fopen(path, "w");
-        if (!file)
+        to_file = kiv_safe_open(&file, path);
+        if (!to_file)
             KIV_ERR(FN, "Open file [%s] error, output to console\n", path);
     }
-    FILE *out = file; // null: standard output
+    FILE *out = to_file ? file.fp : nullptr; // null: standard output
 
     const int chans = cfg->chan_num < 3 ? cfg->chan_num : 3;
     const int streams = cfg->stream_num < 13 ? cfg->stream_num : 13;
@@ -51,7 +53,9 @@ KIV_API int32_t kiv_dump_multi_chan_cfg(const kiv_multi_chan_cfg *cfg, const cha
     kiv_out_str(out, "}\n");
     kiv_out_str(out, "\nreturn _resource_config_\n");
 
-    if (file)
-        fclose(file);
+    // A write error is not a failure of the dump, but the file that was at
+    // the path is then kept as it was.
+    if (to_file && !kiv_safe_close(&file))
+        KIV_ERR(FN, "write to file [%s] failed, the file was left as it was\n", path);
     return 0;
 }
