@@ -163,13 +163,26 @@ TEST_F(Sections, MemLayoutReadsEntriesAndClearsTheCountsWhenAbsent)
         warns += std::string("KIV_WARN:: kiv_get_mem_cfg_resource(N): item(") + k +
                  ") doesn't exist, set 0 by default.\n";
     EXPECT_EQ(r.log, warns);
-    kiv_mem_cfg_resource want{};
+    // Built field by field on a zeroed record: an assigned aggregate could
+    // carry indeterminate unused bits.
+    kiv_mem_cfg_resource want;
+    memset(&want, 0, sizeof want);
     want.max_chan_num = 2;
     want.max_stream_num = 1;
-    want.channels_mem[0] = {1, 0, 1, 0, 5, 6, 7, 2, {1920, 1080}};
+    kiv_chan_mem_cfg &c0 = want.channels_mem[0];
+    c0.mask_possible = c0.warp_possible = 1;
+    c0.mc_mask_buf_max_num = 5;
+    c0.mc_mask_buf_ds = 2;
+    c0.warp_buf_max_num = 6;
+    c0.warp_area_max_num = 7;
+    c0.max_vin[0] = 1920;
+    c0.max_vin[1] = 1080;
     want.channels_mem[1].max_vin[0] = 1;
     want.channels_mem[1].max_vin[1] = 2;
-    want.streams_mem[0] = {1, 1, 1, {640, 480}};
+    kiv_stream_mem_cfg &s0 = want.streams_mem[0];
+    s0.qpm_possible = s0.qpm_max_matrix_num = s0.qpm_buf_max_num = 1;
+    s0.max_stream[0] = 640;
+    s0.max_stream[1] = 480;
     EXPECT_EQ(memcmp(&mem, &want, sizeof want), 0);
 
     // Absent, or not a table: both counts 0, the entries untouched.
