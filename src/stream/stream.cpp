@@ -22,18 +22,14 @@ static int32_t check_id(const char *fn, const char *, uint32_t *value)
     return 0;
 }
 
-#define ID(key, field)                                                                             \
+#define KEY(field, absent, gate, dflt, check)                                                      \
     {                                                                                              \
-        key, KIV_REQUIRED, 0, 0, KIV_FIELD(kiv_stream_cfg, field), check_id, nullptr               \
+#field, absent, gate, dflt, KIV_FIELD(kiv_stream_cfg, field), check, nullptr               \
     }
-#define OPT(key, field, gate, dflt)                                                                \
-    {                                                                                              \
-        key, KIV_OPTIONAL, gate, dflt, KIV_FIELD(kiv_stream_cfg, field), nullptr, nullptr          \
-    }
-#define REQ(key, field)                                                                            \
-    {                                                                                              \
-        key, KIV_REQUIRED, 0, 0, KIV_FIELD(kiv_stream_cfg, field), nullptr, nullptr                \
-    }
+// An optional key; a switch is optional too and gates the `gate` keys after it.
+#define OPT(field) KEY(field, KIV_OPTIONAL, 0, 0, nullptr)
+#define SWITCH(field, gate) KEY(field, KIV_OPTIONAL, gate, 0, nullptr)
+// A {width, height} array stored into two fields.
 #define PAIR(key, text, f0, f1)                                                                    \
     {                                                                                              \
         key, KIV_REQUIRED, 0, 0, nullptr, nullptr, nullptr, text, 2,                               \
@@ -41,35 +37,35 @@ static int32_t check_id(const char *fn, const char *, uint32_t *value)
     }
 
 // The id comes first: it selects the record the other keys go to.
-static constexpr kiv_key ID_KEY[] = {ID("id", id)};
+static constexpr kiv_key ID_KEY[] = {KEY(id, KIV_REQUIRED, 0, 0, check_id)};
 
-// The keys of a stream table in reading order.  The switches gate the keys
-// right after them: those are read only when the switch is 1 and otherwise
-// keep what the record held.
+// The keys of a stream table in reading order.  A switch's gated keys are
+// read only when it is 1; otherwise their fields keep what the record held.
 static constexpr kiv_key STREAM_KEYS[] = {
     // A short max_size is reported without the full stop of the other
     // required keys.
     PAIR("max_size", "KIV_ERROR:: %s(%d): item(%s) doesn't exist\n", max_width, max_height),
-    OPT("max_M", max_M, 0, 0),
-    OPT("fast_seek_enable", fast_seek_enable, 0, 0),
-    OPT("possible_enc_src_map", possible_enc_src_map, 0, 0),
-    OPT("two_ref_enable", two_ref_enable, 0, 0),
-    OPT("max_svct_layers_minus_1", max_svct_layers_minus_1, 0, 0),
-    OPT("max_num_minus_1_ltrs", max_num_minus_1_ltrs, 0, 0),
-    OPT("codec_enable", codec_enable, 0, 0),
-    OPT("stream_mv_statis_enable", stream_mv_statis_enable, 0, 0),
-    OPT("stream_pic_statis_enable", stream_pic_statis_enable, 0, 0),
-    OPT("js_enable", js_enable, 0, 0),
-    OPT("used_for_vout_enable", used_for_vout_enable, 1, 0),
-    OPT("used_for_vout_id", used_for_vout_id, 0, 1),
-    OPT("efm_enable", efm_enable, 5, 0),
-    REQ("efm_buf_num", efm_buf_num),
+    OPT(max_M),
+    OPT(fast_seek_enable),
+    OPT(possible_enc_src_map),
+    OPT(two_ref_enable),
+    OPT(max_svct_layers_minus_1),
+    OPT(max_num_minus_1_ltrs),
+    OPT(codec_enable),
+    OPT(stream_mv_statis_enable),
+    OPT(stream_pic_statis_enable),
+    OPT(js_enable),
+    SWITCH(used_for_vout_enable, 1),
+    // Defaults to 1; its WARN line says 0, as every defaulted key's does.
+    KEY(used_for_vout_id, KIV_OPTIONAL, 0, 1, nullptr),
+    SWITCH(efm_enable, 5),
+    KEY(efm_buf_num, KIV_REQUIRED, 0, 0, nullptr),
     PAIR("efm_size", nullptr, efm_width, efm_height),
-    OPT("efm_skip_waiting", efm_skip_waiting, 0, 0),
-    OPT("efm_extern_src_enable", efm_extern_src_enable, 0, 0),
-    OPT("efm_extern_src_stream", efm_extern_src_stream, 0, 0),
-    OPT("dis_enable", dis_enable, 1, 0),
-    OPT("dis_cached_items", dis_cached_items, 0, 0),
+    OPT(efm_skip_waiting),
+    OPT(efm_extern_src_enable),
+    OPT(efm_extern_src_stream),
+    SWITCH(dis_enable, 1),
+    OPT(dis_cached_items),
 };
 
 static consteval bool same(const char *a, const char *b)
