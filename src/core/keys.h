@@ -26,6 +26,9 @@ typedef uint32_t (*kiv_load_fn)(const void *rec);
 // Runs before the value is stored; may change it.  Returns 0 to go on, or
 // the (negative) result that ends the table's read.
 typedef int32_t (*kiv_check_fn)(const char *fn, const char *key, uint32_t *value);
+// Element access of an array key: element `index` of the value.
+typedef void (*kiv_store_elem_fn)(void *rec, uint32_t index, uint32_t value);
+typedef uint32_t (*kiv_load_elem_fn)(const void *rec, uint32_t index);
 
 struct kiv_key {
     const char *key;
@@ -39,9 +42,18 @@ struct kiv_key {
     kiv_store_fn store;
     kiv_load_fn load;
     kiv_check_fn check;
-    // For KIV_OPTIONAL: a WARN format other than the common one; its
+    // For KIV_OPTIONAL: a WARN format other than the common one; for
+    // KIV_REQUIRED: an ERROR format other than the common one.  Its
     // arguments are the function name, the line and the key.
     const char *absent_text;
+    // An array key ({width, height} and the like): when non-zero, the value
+    // is an array whose first `elems` integers are read (further elements
+    // are ignored), counted first with kiv_get_array_item_num_str; fewer
+    // elements count as an absent key.  store_elem / load_elem then take the
+    // place of store / load, and gate and check are not used.
+    uint8_t elems = 0;
+    kiv_store_elem_fn store_elem = nullptr;
+    kiv_load_elem_fn load_elem = nullptr;
 };
 
 // Store and load functions of field `field` of record type T.
@@ -49,6 +61,20 @@ struct kiv_key {
     [](void *r, uint32_t v) { static_cast<T *>(r)->field = v; }, [](const void *r) -> uint32_t {   \
         return static_cast<uint32_t>(static_cast<const T *>(r)->field);                            \
     }
+
+// Element access of an array key whose two elements are the fields f0 and f1.
+#define KIV_PAIR(T, f0, f1)                                                                        \
+    [](void *r, uint32_t i, uint32_t v) {                                                          \
+        T *t = static_cast<T *>(r);                                                                \
+        if (i == 0)                                                                                \
+            t->f0 = v;                                                                             \
+        else                                                                                       \
+            t->f1 = v;                                                                             \
+    },                                                                                             \
+        [](const void *r, uint32_t i) -> uint32_t {                                                \
+            const T *t = static_cast<const T *>(r);                                                \
+            return static_cast<uint32_t>(i == 0 ? t->f0 : t->f1);                                  \
+        }
 
 // Reads keys[0 .. n-1] from the table on top of the stack into rec, in
 // order; messages carry the function name fn.  Returns 0, or the result of
