@@ -13,6 +13,12 @@ cmake --build build-asan -j "$jobs"
 (cd build-asan && ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
     ctest --output-on-failure -j "$jobs")
 
+# Concurrent loads under ThreadSanitizer.
+cmake -S . -B build-tsan -G Ninja -DCMAKE_BUILD_TYPE=Debug -DKIV_WERROR=ON \
+    -DKIV_SANITIZE=thread >/dev/null
+cmake --build build-tsan -j "$jobs" --target kiv_tests
+TSAN_OPTIONS=halt_on_error=1 build-tsan/tests/kiv_tests --gtest_filter='Threads.*' --gtest_brief=1
+
 # valgrind on the plain debug build of the test command.
 cmake -S . -B build-test -G Ninja -DCMAKE_BUILD_TYPE=Debug -DKIV_WERROR=ON >/dev/null
 cmake --build build-test -j "$jobs"
