@@ -3,31 +3,60 @@
 #include "core/access.h"
 #include "core/log.h"
 
+// Reports an absent key as its descriptor says.  Returns 0 when the read
+// goes on with the default, or the result that ends it.
+static int32_t absent_key(const char *fn, const kiv_key &k)
+{
+    switch (k.absent) {
+    case KIV_REQUIRED:
+        KIV_ERR(fn, "item(%s) doesn't exist.\n", k.key);
+        return -2;
+    case KIV_REQUIRED_QUIET:
+        return -2;
+    case KIV_OPTIONAL:
+        if (k.absent_text)
+            kiv_log(KIV_LEVEL_WARN, k.absent_text, fn, __LINE__, k.key);
+        else
+            KIV_WARN(fn, "item(%s) doesn't exist, set 0 by default.\n", k.key);
+        break;
+    case KIV_OPTIONAL_QUIET:
+        break;
+    }
+    return 0;
+}
+
+static int32_t read_string_key(lua_State *L, const char *fn, void *rec, const kiv_key &k)
+{
+    char buf[KIV_KEY_STR_MAX + 1];
+    const char *s = buf;
+    if (kiv_get_string_item_str(L, k.key, buf, sizeof buf) != 0) {
+        int32_t ret = absent_key(fn, k);
+        if (ret != 0)
+            return ret;
+        s = k.dflt_str ? k.dflt_str : "";
+    }
+    return k.str(fn, k.key, rec, s);
+}
+
 int32_t kiv_read_keys(lua_State *L, const char *fn, void *rec, const kiv_key *keys, size_t n)
 {
     KIV_STACK_GUARD(L);
     for (size_t i = 0; i < n; ++i) {
         const kiv_key &k = keys[i];
+        if (k.str) {
+            int32_t ret = read_string_key(L, fn, rec, k);
+            if (ret != 0)
+                return ret;
+            continue;
+        }
         int32_t raw = 0;
         uint32_t v;
         if (kiv_get_integer_item_str(L, k.key, &raw) == 0) {
             v = static_cast<uint32_t>(raw);
         } else {
-            switch (k.absent) {
-            case KIV_REQUIRED:
-                KIV_ERR(fn, "item(%s) doesn't exist.\n", k.key);
-                return -2;
-            case KIV_REQUIRED_QUIET:
-                return -2;
-            case KIV_OPTIONAL:
-                if (k.absent_text)
-                    kiv_log(KIV_LEVEL_WARN, k.absent_text, fn, __LINE__, k.key);
-                else
-                    KIV_WARN(fn, "item(%s) doesn't exist, set 0 by default.\n", k.key);
-                break;
-            case KIV_OPTIONAL_QUIET:
-                break;
-            }
+            int32_t ret = absent_key(fn, k);
+            if (ret != 0)
+                return ret;
             v = k.dflt;
         }
         if (k.check) {

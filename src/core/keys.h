@@ -26,22 +26,36 @@ typedef uint32_t (*kiv_load_fn)(const void *rec);
 // Runs before the value is stored; may change it.  Returns 0 to go on, or
 // the (negative) result that ends the table's read.
 typedef int32_t (*kiv_check_fn)(const char *fn, const char *key, uint32_t *value);
+// Takes the string of a string key and stores it into rec (a name looked up
+// in a table, a path copied, ...).  Returns 0 to go on, or the (negative)
+// result that ends the table's read.
+typedef int32_t (*kiv_str_fn)(const char *fn, const char *key, void *rec, const char *s);
+
+// Longest string a string key hands over: a longer one arrives cut to this
+// many characters, so a key that must fit a shorter buffer can tell it from
+// one that fits.
+#define KIV_KEY_STR_MAX 256
 
 struct kiv_key {
     const char *key;
     kiv_absent absent;
     // When non-zero, the next `gate` keys are read only when bit 0 of this
     // key's value is 1; otherwise they are skipped and keep their fields.
-    uint8_t gate;
-    uint32_t dflt;
+    uint8_t gate = 0;
+    uint32_t dflt = 0;
     // Stores the value with its low bits kept, as many as the field is wide
     // (a bit-field assignment does exactly that).
-    kiv_store_fn store;
-    kiv_load_fn load;
-    kiv_check_fn check;
+    kiv_store_fn store = nullptr;
+    kiv_load_fn load = nullptr;
+    kiv_check_fn check = nullptr;
     // For KIV_OPTIONAL: a WARN format other than the common one; its
     // arguments are the function name, the line and the key.
-    const char *absent_text;
+    const char *absent_text = nullptr;
+    // When set, the key is a string key: its string (at most
+    // KIV_KEY_STR_MAX characters) goes to `str` instead of store and check;
+    // an absent optional one hands over `dflt_str` (null: the empty string).
+    kiv_str_fn str = nullptr;
+    const char *dflt_str = nullptr;
 };
 
 // Store and load functions of field `field` of record type T.
