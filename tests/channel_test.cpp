@@ -332,3 +332,16 @@ TEST_F(Channel, SourceBufferPasses)
     ASSERT_EQ(parse(chan(0, "pass_num = 0")), 0);
     EXPECT_EQ(c.src_buf[0][0].max_output[0], 1920u);
 }
+
+TEST_F(Channel, SingleChannelExampleLoads)
+{
+    const std::string path = std::string(KIV_SOURCE_DIR) + "/examples/single_1080p.lua";
+    std::string log = masked([&] { EXPECT_EQ(kiv_get_multi_chan_cfg(path.c_str(), &cfg), 0); });
+    EXPECT_EQ(only(log, "KIV_ERROR"), "");
+    const kiv_channel_cfg &c = cfg.channels[0];
+    EXPECT_EQ(cfg.chan_num, 1);
+    EXPECT_EQ(c.vsrc.mode, 40);
+    EXPECT_EQ(c.idsp_fps, 30u);
+    EXPECT_EQ(c.src_buf[0][2].max_output[0], 640u);
+    EXPECT_EQ(c.pyramid.layers[2].crop_win[3], 1080u);
+}
