@@ -163,6 +163,7 @@ int32_t kiv_get_img_stats_src_chan_id(lua_State *L, kiv_channel_cfg *chan)
 {
     static const char SFN[] = "kiv_get_img_stats_src_chan_id";
     static const char KEY[] = "img_stats_src_chan";
+    KIV_STACK_GUARD(L);
     // Channel names are short: a value cut to the buffer names no channel.
     char value[32];
     if (kiv_get_string_item_str(L, KEY, value, sizeof value) != 0) {
