@@ -49,13 +49,26 @@ static int32_t read_array(lua_State *L, const char *fn, void *rec, const kiv_key
     return 0;
 }
 
+static int32_t read_string_key(lua_State *L, const char *fn, void *rec, const kiv_key &k)
+{
+    char buf[KIV_KEY_STR_MAX + 1];
+    const char *s = buf;
+    if (kiv_get_string_item_str(L, k.key, buf, sizeof buf) != 0) {
+        int32_t ret = absent(fn, k);
+        if (ret != 0)
+            return ret;
+        s = k.dflt_str ? k.dflt_str : "";
+    }
+    return k.str(fn, k.key, rec, s);
+}
+
 int32_t kiv_read_keys(lua_State *L, const char *fn, void *rec, const kiv_key *keys, size_t n)
 {
     KIV_STACK_GUARD(L);
     for (size_t i = 0; i < n; ++i) {
         const kiv_key &k = keys[i];
-        if (k.elems) {
-            int32_t ret = read_array(L, fn, rec, k);
+        if (k.elems || k.str) {
+            int32_t ret = k.elems ? read_array(L, fn, rec, k) : read_string_key(L, fn, rec, k);
             if (ret != 0)
                 return ret;
             continue;
