@@ -1,5 +1,6 @@
 -- A single 1080p30 camera: one sensor, one channel with a full-size main
--- buffer, a second buffer for preview and a small third buffer for analytics.
+-- buffer encoded as the main stream, a second buffer for a smaller stream and
+-- a small third buffer for the preview output.
 
 vsrc_0 = {
 	vsrc_id = 0,
@@ -13,6 +14,7 @@ vsrc_0 = {
 	bits = 12,
 	mirror = 255, -- 255: as the sensor driver sets it
 	bayer = 255,
+	calib_data = "",
 	virt_mode_cfg_enable = 0,
 }
 
@@ -129,8 +131,18 @@ _resource_config_ = {
 	version = 1,
 	log_level = 1,
 	enable_hp_fps = 0,
+	vin_short_line_detect = 0,
 	channels = {
 		chan_0,
+	},
+	canvas = {
+		{ type = "encode", size = {1920, 1080}, source = {"chan_0.main"}, frame_rate = 30 },
+		{ type = "encode", size = {0, 0}, source = {"chan_0.second"}, frame_rate = 30 },
+		{ type = "prev", size = {0, 0}, source = {"chan_0.third"}, vout_id = 0, frame_rate = 30 },
+	},
+	streams = {
+		{ id = 0, max_size = {1920, 1080}, max_M = 1, codec_enable = 3, possible_enc_src_map = 0x1 },
+		{ id = 1, max_size = {1280, 720}, max_M = 1, codec_enable = 1, possible_enc_src_map = 0x2 },
 	},
 }
 

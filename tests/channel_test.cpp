@@ -67,7 +67,9 @@ class Channel : public Settings
 
 TEST_F(Channel, RequiredItemsOnlyLoadWithDefaultsAndWarningsInOrder)
 {
-    auto r = load("_resource_config_ = { version = 1, channels = { " + chan(0) + " } }", &cfg);
+    auto r = load("_resource_config_ = { version = 1, channels = { " + chan(0) + " }, " +
+                      NO_GROUPS + ", " + CANVAS_0 + ", " + STREAM_0 + " }",
+                  &cfg);
     ASSERT_EQ(r.ret, 0) << r.log;
 
     const std::string loader = "kiv_get_multi_chan_cfg", ch = "kiv_get_channel_cfg";

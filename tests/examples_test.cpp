@@ -8,9 +8,12 @@
 
 using namespace kivtest;
 
-namespace {
+namespace
+{
 
-class Examples : public Settings {};
+class Examples : public Settings
+{
+};
 
 std::string example(const char *name)
 {

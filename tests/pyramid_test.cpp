@@ -105,7 +105,8 @@ TEST_F(Pyramid, FailuresKeepWhatWasRead)
     auto r = load("_resource_config_ = { version = 1, channels = { { id = 0, sensor_ctrl = 1, "
                   "max_padding_width = 1, main = { max_output = {1, 1}, input = {1, 1, 1, 1}, "
                   "output = {1, 1, 1, 1} }, pyramid = { input_buf_id = 1 }, vsrc = { vsrc_id = "
-                  "0, mode = 'auto', fps = 1, hdr_mode = 'linear' } } } }",
+                  "0, mode = 'auto', fps = 1, hdr_mode = 'linear' } } }, " +
+                      std::string(CANVAS_0) + ", " + STREAM_0 + " }",
                   &cfg);
     EXPECT_EQ(r.ret, 0);
     EXPECT_NE(r.log.find(E + "item(layer_map) doesn't exist.\nKIV_WARN:: kiv_get_channel_cfg(N): "

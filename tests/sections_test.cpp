@@ -274,14 +274,16 @@ TEST_F(Sections, MemLayoutDumpWritesTheLayoutWhenBothCountsAreSet)
 // Streams and memory layout loaded end to end load again from their dump.
 TEST_F(Sections, LoadedStreamsAndLayoutLoadAgainFromTheirDump)
 {
-    auto r = load("_resource_config_ = { version = 1, streams = {"
-                  " { id = 1, max_size = {1280, 720}, max_M = 1, efm_enable = 1, efm_buf_num = 4,"
-                  "   efm_size = {640, 360}, efm_extern_src_stream = 9, dis_enable = 1,"
-                  "   dis_cached_items = 12 },"
-                  " { id = 0, max_size = {3840, 2160}, possible_enc_src_map = 0x8001,"
-                  "   used_for_vout_enable = 1, used_for_vout_id = 1, js_enable = 1 } }, " +
-                      layout(2, 2, CHAN + "," + CHAN, STREAM + "," + STREAM) + " }",
-                  &cfg);
+    auto r =
+        load("_resource_config_ = { version = 1, " + std::string(CHANNEL_0) + ", " + CANVAS_0 +
+                 ", streams = {"
+                 " { id = 1, max_size = {1280, 720}, max_M = 1, efm_enable = 1, efm_buf_num = 4,"
+                 "   efm_size = {640, 360}, efm_extern_src_stream = 9, dis_enable = 1,"
+                 "   dis_cached_items = 12 },"
+                 " { id = 0, max_size = {3840, 2160}, possible_enc_src_map = 0x8001,"
+                 "   used_for_vout_enable = 1, used_for_vout_id = 1, js_enable = 1 } }, " +
+                 layout(2, 2, CHAN + "," + CHAN, STREAM + "," + STREAM) + " }",
+             &cfg);
     ASSERT_EQ(r.ret, 0) << r.log;
     EXPECT_EQ(cfg.streams[1].efm_extern_src_stream, 9u);
     kiv_multi_chan_cfg again;
@@ -297,8 +299,9 @@ TEST_F(Sections, LoadedStreamsAndLayoutLoadAgainFromTheirDump)
 TEST_F(Sections, LoaderClosesTheStateOnEveryPath)
 {
     kiv_set_log_level(3);
-    const std::string ok = "_resource_config_ = { version = 1, streams = {{ id = 0, max_size = "
-                           "{8, 8} }}";
+    const std::string head =
+        "_resource_config_ = { version = 1, " + std::string(CHANNEL_0) + ", " + CANVAS_0;
+    const std::string ok = head + ", streams = {{ id = 0, max_size = {8, 8} }}";
     struct {
         std::string text;
         int32_t ret;
@@ -308,9 +311,13 @@ TEST_F(Sections, LoaderClosesTheStateOnEveryPath)
         {"x = 1", -1, "invalid multi_channel config file"},
         {"_resource_config_ = {}", -2, "item(version) doesn't exist."},
         {"_resource_config_ = { version = 2 }", -1, "current version is: 1"},
-        {"_resource_config_ = { version = 1, chan_groups = {{}} }", -2,
-         "get chan group config error"},
-        {"_resource_config_ = { version = 1 }", -2, "get stream config error"},
+        {"_resource_config_ = { version = 1 }", -2, "get channel config error"},
+        {"_resource_config_ = { version = 1, " + std::string(CHANNEL_0) +
+             ", chan_groups = {{}, {}} }",
+         -2, "get chan group config error"},
+        {"_resource_config_ = { version = 1, " + std::string(CHANNEL_0) + " }", -2,
+         "get canvas config error"},
+        {head + " }", -2, "get stream config error"},
         {ok + ", resource_mem_layout = { max_chan_num = 9 } }", 0, "no resource mem cfg"},
         {ok + " }", 0, "kiv_get_mem_cfg_resource(N): item(resource_mem_layout) doesn't exist"},
         {ok + ", " + layout(1, 1, CHAN, STREAM) + " }", 0, ""},

@@ -13,9 +13,12 @@
 
 using namespace kivtest;
 
-namespace {
+namespace
+{
 
-class Threads : public Settings {};
+class Threads : public Settings
+{
+};
 
 std::string example(const char *name)
 {
