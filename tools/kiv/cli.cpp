@@ -24,6 +24,14 @@ int run(int argc, char **argv)
     add_diff(app, rc);
     add_layout(app, rc);
     add_standalone(app, rc);
+    // The parser would report an unknown first word only as a missing
+    // subcommand.
+    if (argc > 1 && argv[1][0] != '-' &&
+        app.get_subcommands([&](CLI::App *sub) { return sub->get_name() == argv[1]; }).empty()) {
+        std::cerr << "kiv: unknown subcommand '" << argv[1] << "'\nRun with --help for more "
+                  << "information.\n";
+        return EXIT_USAGE;
+    }
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError &e) {

@@ -103,7 +103,7 @@ std::vector<buffer> buffers_of(const kiv_multi_chan_cfg &cfg)
                 std::string name = "chan_" + std::to_string(c) + "." + kiv_src_buf_names[b];
                 if (p > 0)
                     name += "_" + std::to_string(p);
-                out.push_back({c, p, b, name, &sb, PALETTE[(c * 14 + p * 7 + b) % 10]});
+                out.push_back({c, p, b, name, &sb, PALETTE[out.size() % 10]});
             }
         }
     }

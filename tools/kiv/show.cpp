@@ -63,6 +63,8 @@ void add_diff(CLI::App &app, int &rc)
     sub->callback([opt, &rc] {
         // Both records are loaded before either is compared: a load sets the
         // process-wide settings, which the record does not depend on.
+        require_readable(opt->a);
+        require_readable(opt->b);
         auto a = std::make_unique<kiv_multi_chan_cfg>();
         auto b = std::make_unique<kiv_multi_chan_cfg>();
         load_multi_chan(opt->a, *a);
