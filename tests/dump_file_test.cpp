@@ -15,6 +15,13 @@ using namespace kivtest;
 namespace
 {
 
+// The children below end by a signal whose default action dumps core.
+void no_core_dumps()
+{
+    struct rlimit none = {0, 0};
+    setrlimit(RLIMIT_CORE, &none);
+}
+
 class DumpFile : public Settings
 {
   protected:
@@ -84,6 +91,7 @@ TEST_F(DumpFile, KilledMidwayLeavesTheOldFile)
     if (pid == 0) {
         // The file size limit kills the process (SIGXFSZ) in the middle of
         // writing the dump.
+        no_core_dumps();
         struct rlimit lim = {64, 64};
         setrlimit(RLIMIT_FSIZE, &lim);
         signal(SIGXFSZ, SIG_DFL);
@@ -108,6 +116,7 @@ TEST_F(DumpFile, WriteErrorKeepsTheOldFile)
     pid_t pid = fork();
     ASSERT_GE(pid, 0);
     if (pid == 0) {
+        no_core_dumps();
         struct rlimit lim = {64, 64};
         setrlimit(RLIMIT_FSIZE, &lim);
         signal(SIGXFSZ, SIG_IGN);

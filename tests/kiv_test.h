@@ -67,6 +67,15 @@ std::string masked(F &&fn)
     return mask_lines(capture(fn));
 }
 
+// Items that complete a multi-channel script around the part a test is
+// about: one channel with only its required items, one canvas and one
+// stream with every key given (they log nothing at the default log level),
+// and an empty group list.
+extern const char *const CHANNEL_0; // "channels = { ... }"
+extern const char *const CANVAS_0;  // "canvas = { ... }", binds chan_0.main
+extern const char *const STREAM_0;  // "streams = { ... }"
+extern const char *const NO_GROUPS; // "chan_groups = {}"
+
 // Reads a whole file.
 std::string read_file(const std::string &path);
 

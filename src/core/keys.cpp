@@ -3,31 +3,84 @@
 #include "core/access.h"
 #include "core/log.h"
 
+// What an absent key does: 0 to store its default, or the result that ends
+// the table's read.
+static int32_t absent(const char *fn, const kiv_key &k)
+{
+    switch (k.absent) {
+    case KIV_REQUIRED:
+        if (k.absent_text)
+            kiv_log(KIV_LEVEL_ERROR, k.absent_text, fn, __LINE__, k.key);
+        else
+            KIV_ERR(fn, "item(%s) doesn't exist.\n", k.key);
+        return -2;
+    case KIV_REQUIRED_QUIET:
+        return -2;
+    case KIV_OPTIONAL:
+        if (k.absent_text)
+            kiv_log(KIV_LEVEL_WARN, k.absent_text, fn, __LINE__, k.key);
+        else
+            KIV_WARN(fn, "item(%s) doesn't exist, set 0 by default.\n", k.key);
+        return 0;
+    case KIV_OPTIONAL_QUIET:
+        return 0;
+    }
+    return 0;
+}
+
+// An array key: all `elems` elements are stored, or none (the default).
+static int32_t read_array(lua_State *L, const char *fn, void *rec, const kiv_key &k)
+{
+    if (kiv_get_array_item_num_str(L, k.key) < k.elems) {
+        int32_t ret = absent(fn, k);
+        if (ret != 0)
+            return ret;
+        for (uint32_t i = 0; i < k.elems; ++i)
+            k.store_elem(rec, i, k.dflt);
+        return 0;
+    }
+    for (uint32_t i = 0; i < k.elems; ++i) {
+        int32_t v = 0;
+        // The count has just found the element; a failure cannot happen.
+        if (kiv_get_array_integer_item_str(L, k.key, static_cast<int32_t>(i), &v) != 0)
+            return -2;
+        k.store_elem(rec, i, static_cast<uint32_t>(v));
+    }
+    return 0;
+}
+
+static int32_t read_string_key(lua_State *L, const char *fn, void *rec, const kiv_key &k)
+{
+    char buf[KIV_KEY_STR_MAX + 1];
+    const char *s = buf;
+    if (kiv_get_string_item_str(L, k.key, buf, sizeof buf) != 0) {
+        int32_t ret = absent(fn, k);
+        if (ret != 0)
+            return ret;
+        s = k.dflt_str ? k.dflt_str : "";
+    }
+    return k.str(fn, k.key, rec, s);
+}
+
 int32_t kiv_read_keys(lua_State *L, const char *fn, void *rec, const kiv_key *keys, size_t n)
 {
     KIV_STACK_GUARD(L);
     for (size_t i = 0; i < n; ++i) {
         const kiv_key &k = keys[i];
+        if (k.elems || k.str) {
+            int32_t ret = k.elems ? read_array(L, fn, rec, k) : read_string_key(L, fn, rec, k);
+            if (ret != 0)
+                return ret;
+            continue;
+        }
         int32_t raw = 0;
         uint32_t v;
         if (kiv_get_integer_item_str(L, k.key, &raw) == 0) {
             v = static_cast<uint32_t>(raw);
         } else {
-            switch (k.absent) {
-            case KIV_REQUIRED:
-                KIV_ERR(fn, "item(%s) doesn't exist.\n", k.key);
-                return -2;
-            case KIV_REQUIRED_QUIET:
-                return -2;
-            case KIV_OPTIONAL:
-                if (k.absent_text)
-                    kiv_log(KIV_LEVEL_WARN, k.absent_text, fn, __LINE__, k.key);
-                else
-                    KIV_WARN(fn, "item(%s) doesn't exist, set 0 by default.\n", k.key);
-                break;
-            case KIV_OPTIONAL_QUIET:
-                break;
-            }
+            int32_t ret = absent(fn, k);
+            if (ret != 0)
+                return ret;
             v = k.dflt;
         }
         if (k.check) {

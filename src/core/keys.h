@@ -26,22 +26,48 @@ typedef uint32_t (*kiv_load_fn)(const void *rec);
 // Runs before the value is stored; may change it.  Returns 0 to go on, or
 // the (negative) result that ends the table's read.
 typedef int32_t (*kiv_check_fn)(const char *fn, const char *key, uint32_t *value);
+// Element access of an array key: element `index` of the value.
+typedef void (*kiv_store_elem_fn)(void *rec, uint32_t index, uint32_t value);
+typedef uint32_t (*kiv_load_elem_fn)(const void *rec, uint32_t index);
+// Takes the string of a string key and stores it into rec (a name looked up
+// in a table, a path copied, ...).  Returns 0 to go on, or the (negative)
+// result that ends the table's read.
+typedef int32_t (*kiv_str_fn)(const char *fn, const char *key, void *rec, const char *s);
+
+// Longest string a string key hands over: a longer one arrives cut to this
+// many characters, so a key that must fit a shorter buffer can tell it from
+// one that fits.
+#define KIV_KEY_STR_MAX 256
 
 struct kiv_key {
     const char *key;
     kiv_absent absent;
     // When non-zero, the next `gate` keys are read only when bit 0 of this
     // key's value is 1; otherwise they are skipped and keep their fields.
-    uint8_t gate;
-    uint32_t dflt;
+    uint8_t gate = 0;
+    uint32_t dflt = 0;
     // Stores the value with its low bits kept, as many as the field is wide
     // (a bit-field assignment does exactly that).
-    kiv_store_fn store;
-    kiv_load_fn load;
-    kiv_check_fn check;
-    // For KIV_OPTIONAL: a WARN format other than the common one; its
+    kiv_store_fn store = nullptr;
+    kiv_load_fn load = nullptr;
+    kiv_check_fn check = nullptr;
+    // For KIV_OPTIONAL: a WARN format other than the common one; for
+    // KIV_REQUIRED: an ERROR format other than the common one.  Its
     // arguments are the function name, the line and the key.
-    const char *absent_text;
+    const char *absent_text = nullptr;
+    // An array key ({width, height} and the like): when non-zero, the value
+    // is an array whose first `elems` integers are read (further elements
+    // are ignored), counted first with kiv_get_array_item_num_str; fewer
+    // elements count as an absent key.  store_elem / load_elem then take the
+    // place of store / load, and gate and check are not used.
+    uint8_t elems = 0;
+    kiv_store_elem_fn store_elem = nullptr;
+    kiv_load_elem_fn load_elem = nullptr;
+    // When set, the key is a string key: its string (at most
+    // KIV_KEY_STR_MAX characters) goes to `str` instead of store and check;
+    // an absent optional one hands over `dflt_str` (null: the empty string).
+    kiv_str_fn str = nullptr;
+    const char *dflt_str = nullptr;
 };
 
 // Store and load functions of field `field` of record type T.
@@ -49,6 +75,20 @@ struct kiv_key {
     [](void *r, uint32_t v) { static_cast<T *>(r)->field = v; }, [](const void *r) -> uint32_t {   \
         return static_cast<uint32_t>(static_cast<const T *>(r)->field);                            \
     }
+
+// Element access of an array key whose two elements are the fields f0 and f1.
+#define KIV_PAIR(T, f0, f1)                                                                        \
+    [](void *r, uint32_t i, uint32_t v) {                                                          \
+        T *t = static_cast<T *>(r);                                                                \
+        if (i == 0)                                                                                \
+            t->f0 = v;                                                                             \
+        else                                                                                       \
+            t->f1 = v;                                                                             \
+    },                                                                                             \
+        [](const void *r, uint32_t i) -> uint32_t {                                                \
+            const T *t = static_cast<const T *>(r);                                                \
+            return static_cast<uint32_t>(i == 0 ? t->f0 : t->f1);                                  \
+        }
 
 // Reads keys[0 .. n-1] from the table on top of the stack into rec, in
 // order; messages carry the function name fn.  Returns 0, or the result of
