@@ -25,57 +25,41 @@ bool bit(const bits &b, size_t i)
     return (b[i / 8] >> (i % 8)) & 1;
 }
 
-// Sets every member described directly in a record of type `desc` at
-// `holder`; a sub-record (or array of them) is covered as a whole, since its
-// own type is checked on its own.  Fails when a setter writes a bit that an
-// earlier member already wrote, or when a getter does not read back what
-// its setter wrote.
-void set_all(const field &f, unsigned char *rec, size_t holder, const std::string &name)
+// Marks the bits member `f` (of the record at byte `holder`) owns in
+// `covered`: an integer owns what its setter writes on a clear record, a text
+// or a sub-record its bytes (a sub-record type is checked on its own), an
+// array what its elements own.  Fails when two members own the same bit, or
+// when a getter does not read back what its setter wrote.
+void cover(const field &f, size_t holder, bits &covered, const std::string &name)
 {
     SCOPED_TRACE(name);
+    bits rec(covered.size(), 0);
     switch (f.k) {
     case kind::integer:
-        f.set(rec + holder, -1);
-        EXPECT_NE(f.get(rec + holder), 0) << "the getter reads another place than the setter";
-        f.set(rec + holder, 0);
-        EXPECT_EQ(f.get(rec + holder), 0);
-        f.set(rec + holder, -1);
+        f.set(rec.data() + holder, -1);
+        EXPECT_NE(f.get(rec.data() + holder), 0) << "the getter reads another place";
         break;
     case kind::text:
+        memset(rec.data() + holder + f.offset, 0xff, f.size);
+        break;
     case kind::record:
-        memset(rec + holder + f.offset, 0xff, f.k == kind::text ? f.size : f.rec->size);
+        memset(rec.data() + holder + f.offset, 0xff, f.rec->size);
         break;
     case kind::array:
-        for (size_t i = 0; i < f.count; ++i) {
-            size_t at = holder + f.offset + i * f.size;
-            if (f.elem->k == kind::record)
-                memset(rec + at, 0xff, f.elem->rec->size);
-            else
-                set_all(*f.elem, rec, at, name + "[" + std::to_string(i) + "]");
-        }
-        break;
-    }
-}
-
-// The bits each integer member owns: set to all ones on a clear record.
-void own_bits(const field &f, size_t size, size_t holder, bits &covered, const std::string &name)
-{
-    if (f.k == kind::array && f.elem->k != kind::record) {
         for (size_t i = 0; i < f.count; ++i)
-            own_bits(*f.elem, size, holder + f.offset + i * f.size, covered,
-                     name + "[" + std::to_string(i) + "]");
+            cover(*f.elem, holder + f.offset + i * f.size, covered,
+                  name + "[" + std::to_string(i) + "]");
         return;
     }
-    bits rec(size, 0);
-    if (f.k == kind::integer)
-        f.set(rec.data() + holder, -1);
-    else
-        set_all(f, rec.data(), holder, name);
-    for (size_t i = 0; i < size * 8; ++i) {
+    for (size_t i = 0; i < rec.size() * 8; ++i) {
         if (!bit(rec, i))
             continue;
-        EXPECT_FALSE(bit(covered, i)) << name << " overlaps an earlier member at bit " << i;
+        EXPECT_FALSE(bit(covered, i)) << "overlaps an earlier member at bit " << i;
         covered[i / 8] |= static_cast<unsigned char>(1u << (i % 8));
+    }
+    if (f.k == kind::integer) {
+        f.set(rec.data() + holder, 0);
+        EXPECT_EQ(f.get(rec.data() + holder), 0);
     }
 }
 
@@ -83,13 +67,8 @@ void own_bits(const field &f, size_t size, size_t holder, bits &covered, const s
 std::vector<std::pair<size_t, size_t>> clear_runs(const record_desc &d)
 {
     bits covered(d.size, 0);
-    for (const field &m : d.members) {
-        own_bits(m, d.size, 0, covered, m.name);
-        if (m.k == kind::integer) {
-            bits rec(d.size, 0);
-            set_all(m, rec.data(), 0, m.name);
-        }
-    }
+    for (const field &m : d.members)
+        cover(m, 0, covered, m.name);
     std::vector<std::pair<size_t, size_t>> runs;
     for (size_t i = 0; i < d.size * 8; ++i) {
         if (bit(covered, i))
