@@ -1,5 +1,5 @@
-// kiv check FILE...: loads each multi-channel script, shows the library's
-// log and one summary line per file.
+// kiv check FILE...: loads each script with the loader of its kind, shows
+// the library's log and one summary line per file.
 #include <CLI/CLI.hpp>
 
 #include <iostream>
