@@ -1,0 +1,51 @@
+// The program: one subcommand per run, its exit code, and every error on
+// standard error.
+#include <CLI/CLI.hpp>
+
+#include <iostream>
+
+#include "common.h"
+
+namespace kivtool
+{
+
+int run(int argc, char **argv)
+{
+    CLI::App app{"Checks, inspects, compares and pictures configurations of the multi-channel "
+                 "video pipeline.",
+                 "kiv"};
+    app.require_subcommand(1);
+    app.footer("Exit codes: 0 success, 1 a configuration failed to load or two differ, "
+               "2 usage or I/O error.");
+    int rc = EXIT_OK;
+    add_check(app, rc);
+    add_dump(app, rc);
+    add_show(app, rc);
+    add_diff(app, rc);
+    add_layout(app, rc);
+    add_standalone(app, rc);
+    // The parser would report an unknown first word only as a missing
+    // subcommand.
+    if (argc > 1 && argv[1][0] != '-' &&
+        app.get_subcommands([&](CLI::App *sub) { return sub->get_name() == argv[1]; }).empty()) {
+        std::cerr << "kiv: unknown subcommand '" << argv[1] << "'\nRun with --help for more "
+                  << "information.\n";
+        return EXIT_USAGE;
+    }
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError &e) {
+        // --help exits through here with code 0 after printing the help.
+        rc = app.exit(e) == 0 ? EXIT_OK : EXIT_USAGE;
+    } catch (const io_error &e) {
+        std::cerr << "kiv: " << e.what() << '\n';
+        rc = EXIT_USAGE;
+    } catch (const config_error &e) {
+        std::cerr << "kiv: " << e.what() << '\n';
+        rc = EXIT_FAILED;
+    }
+    std::cout.flush();
+    return rc;
+}
+
+} // namespace kivtool

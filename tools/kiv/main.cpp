@@ -1,0 +1,6 @@
+#include "common.h"
+
+int main(int argc, char **argv)
+{
+    return kivtool::run(argc, argv);
+}

@@ -1,0 +1,76 @@
+// kiv show FILE [--json] and kiv diff A B: every field of a loaded record,
+// named by the record description.
+#include <CLI/CLI.hpp>
+
+#include <iostream>
+
+#include "common.h"
+#include "render.h"
+
+namespace kivtool
+{
+
+void add_show(CLI::App &app, int &rc)
+{
+    struct options {
+        std::string file;
+        bool json = false;
+    };
+    auto opt = std::make_shared<options>();
+    CLI::App *sub = app.add_subcommand(
+        "show", "Show every field of the loaded record, nested like the record; the library's log "
+                "goes to standard error.");
+    sub->add_option("FILE", opt->file, "Multi-channel configuration script")->required();
+    sub->add_flag("--json", opt->json, "Print the record as JSON");
+    sub->callback([opt, &rc] {
+        kiv_multi_chan_cfg cfg;
+        load_multi_chan(opt->file, cfg);
+        if (opt->json)
+            std::cout << to_json(multi_chan_desc(), &cfg).dump(2) << '\n';
+        else
+            write_text(std::cout, multi_chan_desc(), &cfg);
+        rc = EXIT_OK;
+    });
+}
+
+// The fields that differ between two records, one "path: old -> new" line
+// each; returns whether there was any.
+bool write_diff(std::ostream &out, const kiv_multi_chan_cfg &a, const kiv_multi_chan_cfg &b)
+{
+    std::vector<leaf_value> la = flatten(multi_chan_desc(), &a);
+    std::vector<leaf_value> lb = flatten(multi_chan_desc(), &b);
+    bool differ = false;
+    for (size_t i = 0; i < la.size(); ++i) {
+        if (la[i].value == lb[i].value)
+            continue;
+        out << la[i].path << ": " << la[i].value << " -> " << lb[i].value << '\n';
+        differ = true;
+    }
+    return differ;
+}
+
+void add_diff(CLI::App &app, int &rc)
+{
+    struct options {
+        std::string a, b;
+    };
+    auto opt = std::make_shared<options>();
+    CLI::App *sub = app.add_subcommand(
+        "diff", "Load two multi-channel scripts and list every field that differs as "
+                "\"path: old -> new\"; exit code 1 when any does.");
+    sub->add_option("A", opt->a, "The old configuration script")->required();
+    sub->add_option("B", opt->b, "The new configuration script")->required();
+    sub->callback([opt, &rc] {
+        // Both records are loaded before either is compared: a load sets the
+        // process-wide settings, which the record does not depend on.
+        require_readable(opt->a);
+        require_readable(opt->b);
+        auto a = std::make_unique<kiv_multi_chan_cfg>();
+        auto b = std::make_unique<kiv_multi_chan_cfg>();
+        load_multi_chan(opt->a, *a);
+        load_multi_chan(opt->b, *b);
+        rc = write_diff(std::cout, *a, *b) ? EXIT_FAILED : EXIT_OK;
+    });
+}
+
+} // namespace kivtool

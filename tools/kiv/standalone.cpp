@@ -1,0 +1,127 @@
+// kiv calib, kiv hevc and kiv aisp: load one of the standalone scripts and
+// show what was loaded, as text or JSON.
+#include <CLI/CLI.hpp>
+
+#include <iostream>
+#include <memory>
+
+#include "aisp/aisp.h"
+#include "common.h"
+#include "render.h"
+
+namespace kivtool
+{
+
+namespace
+{
+
+struct options {
+    std::string file;
+    bool json = false;
+};
+
+// Adds a subcommand FILE [--json] whose action gets the options.
+void add_loader(CLI::App &app, int &rc, const char *name, const char *help,
+                void (*action)(const options &))
+{
+    auto opt = std::make_shared<options>();
+    CLI::App *sub = app.add_subcommand(name, help);
+    sub->add_option("FILE", opt->file, "Script to load")->required();
+    sub->add_flag("--json", opt->json, "Print what was loaded as JSON");
+    sub->callback([opt, action, &rc] {
+        require_readable(opt->file);
+        action(*opt);
+        rc = EXIT_OK;
+    });
+}
+
+void fail(const options &opt, int32_t ret)
+{
+    throw config_error(opt.file + ": configuration failed (result " + std::to_string(ret) + ")");
+}
+
+void calib(const options &opt)
+{
+    int32_t n = 0;
+    log_to_stderr([&] { n = kiv_get_calib_data_size(opt.file.c_str()); });
+    // The size is 0 on every failure and for an empty table alike; neither
+    // leaves anything to load.
+    if (n <= 0)
+        throw config_error(opt.file + ": no calibration items loaded");
+    std::vector<kiv_calib_data_item> items(static_cast<size_t>(n));
+    int32_t ret = 0;
+    log_to_stderr([&] {
+        ret = kiv_load_calib_data(opt.file.c_str(), items.data(), static_cast<uint32_t>(n));
+    });
+    if (ret != 0)
+        fail(opt, ret);
+    const record_desc &d = calib_item_desc();
+    if (opt.json) {
+        json a = json::array();
+        for (const auto &it : items)
+            a.push_back(to_json(d, &it));
+        std::cout << json{{"items", n}, {"calib_data", a}}.dump(2) << '\n';
+        return;
+    }
+    std::cout << "items = " << n << '\n';
+    for (size_t i = 0; i < items.size(); ++i) {
+        std::cout << "calib_data[" << i << "]:\n";
+        write_text(std::cout, d, &items[i], 2);
+    }
+}
+
+void hevc(const options &opt)
+{
+    auto cfg = std::make_unique<kiv_hevc_scaling_cfg>();
+    int32_t ret = 0;
+    log_to_stderr([&] { ret = kiv_get_hevc_scaling_cfg(opt.file.c_str(), cfg.get()); });
+    if (ret != 0)
+        fail(opt, ret);
+    if (opt.json)
+        std::cout << to_json(hevc_scaling_desc(), cfg.get()).dump(2) << '\n';
+    else
+        write_text(std::cout, hevc_scaling_desc(), cfg.get());
+}
+
+void aisp(const options &opt)
+{
+    kiv_aisp_cfg cfg{};
+    kiv_aisp_fill fill{};
+    int32_t ret = 0;
+    // Type 1 is the only type of custom network script there is.
+    log_to_stderr([&] { ret = kiv_get_aisp_cfg_fill(opt.file.c_str(), &cfg, 1, &fill); });
+    if (ret != 0)
+        fail(opt, ret);
+    if (opt.json) {
+        json nets = json::array();
+        for (uint32_t nn = 0; nn < fill.nn_cnt; ++nn)
+            nets.push_back(
+                {{"network", nn}, {"interface_entries", kiv_aisp_entries_of(&fill, nn)}});
+        std::cout << json{{"config", to_json(aisp_desc(), &cfg)},
+                          {"interface_entries", fill.filled},
+                          {"networks", nets}}
+                         .dump(2)
+                  << '\n';
+        return;
+    }
+    write_text(std::cout, aisp_desc(), &cfg);
+    std::cout << "interface_entries = " << fill.filled << '\n';
+    for (uint32_t nn = 0; nn < fill.nn_cnt; ++nn)
+        std::cout << "networks[" << nn << "].interface_entries = " << kiv_aisp_entries_of(&fill, nn)
+                  << '\n';
+}
+
+} // namespace
+
+void add_standalone(CLI::App &app, int &rc)
+{
+    add_loader(app, rc, "calib",
+               "Load a calibration data script and show its (address, data) items.", calib);
+    add_loader(app, rc, "hevc", "Load an HEVC scaling-list script and show the lists.", hevc);
+    add_loader(app, rc, "aisp",
+               "Load a custom AISP network script and show its record and how many interface "
+               "entries each network filled.",
+               aisp);
+}
+
+} // namespace kivtool

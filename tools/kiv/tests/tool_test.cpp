@@ -1,0 +1,167 @@
+#include "tool_test.h"
+
+#include <cstdio>
+#include <iostream>
+#include <unistd.h>
+
+#include "common.h"
+#include "core/sections.h"
+#include "kiv_test.h"
+#include "vsrc/vsrc.h"
+
+namespace tooltest
+{
+
+namespace
+{
+
+std::string slurp(FILE *f)
+{
+    std::string s;
+    rewind(f);
+    char buf[4096];
+    size_t n;
+    while ((n = fread(buf, 1, sizeof buf, f)) > 0)
+        s.append(buf, n);
+    fclose(f);
+    return s;
+}
+
+} // namespace
+
+run_result kiv(const std::vector<std::string> &args)
+{
+    std::vector<std::string> argv_s{"kiv"};
+    argv_s.insert(argv_s.end(), args.begin(), args.end());
+    std::vector<char *> argv;
+    for (std::string &a : argv_s)
+        argv.push_back(a.data());
+    argv.push_back(nullptr);
+
+    FILE *out = tmpfile(), *err = tmpfile();
+    fflush(stdout);
+    fflush(stderr);
+    int saved_out = dup(1), saved_err = dup(2);
+    dup2(fileno(out), 1);
+    dup2(fileno(err), 2);
+    run_result r{};
+    r.rc = kivtool::run(static_cast<int>(argv_s.size()), argv.data());
+    std::cout.flush();
+    std::cerr.flush();
+    fflush(stdout);
+    fflush(stderr);
+    dup2(saved_out, 1);
+    dup2(saved_err, 2);
+    close(saved_out);
+    close(saved_err);
+    r.out = slurp(out);
+    r.err = slurp(err);
+    return r;
+}
+
+kiv_multi_chan_cfg sample()
+{
+    kiv_multi_chan_cfg cfg;
+    kiv_init(&cfg);
+    cfg.version = 1;
+    cfg.chan_num = 2;
+    cfg.canvas_num = 2;
+    cfg.stream_num = 2;
+    for (int c = 0; c < 2; ++c) {
+        kiv_channel_cfg &ch = cfg.channels[c];
+        ch.id = static_cast<uint8_t>(c);
+        ch.configured = 1;
+        ch.pass_num = static_cast<uint32_t>(c + 1);
+        ch.idsp_fps = 30;
+        ch.vsrc.vsrc_id = 0;
+        ch.vsrc.mode = 40;
+        ch.vsrc.fps = 30;
+    }
+    auto bind = [&](int c, int p, int b, int canvas, uint32_t x, uint32_t y, uint32_t w,
+                    uint32_t h) {
+        kiv_src_buf_cfg &sb = cfg.channels[c].src_buf[p][b];
+        sb.max_output[0] = w;
+        sb.max_output[1] = h;
+        sb.input[2] = 1920;
+        sb.input[3] = 1080;
+        sb.output[0] = x;
+        sb.output[1] = y;
+        sb.output[2] = w;
+        sb.output[3] = h;
+        sb.canvas_id = canvas;
+    };
+    bind(0, 0, 0, 0, 0, 0, 1920, 1080);
+    bind(0, 0, 1, 0, 1280, 720, 640, 360);
+    bind(1, 0, 0, -1, 0, 0, 1920, 1080);
+    bind(1, 1, 0, 1, 0, 0, 1280, 720);
+    cfg.channels[1].pass_cfg[1].input_buf_id = 0;
+    const uint32_t sizes[2][2] = {{1920, 1080}, {1280, 720}};
+    for (int i = 0; i < 2; ++i) {
+        kiv_canvas_cfg &cv = cfg.canvas[i];
+        cv.id = i;
+        cv.canvas_id = static_cast<uint32_t>(i);
+        cv.width = sizes[i][0];
+        cv.height = sizes[i][1];
+        cv.type = i == 0 ? 1 : 2;
+        cv.source_chan_num = 1;
+        cv.source_chan_ids[0] = static_cast<uint8_t>(i);
+        cv.frame_rate = 30;
+        cv.frame_rate_hp = 30000;
+    }
+    cfg.canvas[1].vout_id = 1;
+    for (int s = 0; s < 2; ++s) {
+        cfg.streams[s].id = static_cast<uint32_t>(s);
+        cfg.streams[s].max_width = 1920;
+        cfg.streams[s].max_height = 1080;
+        cfg.streams[s].possible_enc_src_map = 1;
+    }
+    return cfg;
+}
+
+bool parsers_ready()
+{
+    // The placeholders accept anything silently; the real parsers complain
+    // about a table without channels, streams or video source.
+    kivtest::lua_script s("_resource_config_ = {}");
+    kiv_multi_chan_cfg cfg;
+    kiv_init(&cfg);
+    int32_t chan = 0, stream = 0, vsrc = 0;
+    std::string log = kivtest::capture([&] {
+        chan = kiv_get_channel_cfg(s.L(), &cfg);
+        stream = kiv_get_stream_cfg(s.L(), &cfg);
+        vsrc = kiv_get_vsrc_cfg(s.L(), &cfg.channels[0].vsrc);
+    });
+    return chan != 0 && stream != 0 && vsrc != 0;
+}
+
+std::string minimal_script(const std::string &extra)
+{
+    return R"(_resource_config_ = {
+	version = 1,
+	log_level = 1,
+	enable_hp_fps = 0,
+	vin_short_line_detect = 0,
+	channels = {
+		{
+			id = 0,
+			sensor_ctrl = 1,
+			max_padding_width = 256,
+			idsp_fps = 30,
+			vsrc = { vsrc_id = 0, mode = "1080p", fps = 30, hdr_mode = "linear" },
+			main = { max_output = {1920, 1080}, input = {0, 0, 1920, 1080}, output = {0, 0, 1920, 1080} },
+			second = { max_output = {640, 360}, input = {0, 0, 1920, 1080}, output = {1280, 720, 640, 360} },
+)" + extra +
+           R"(
+		},
+	},
+	canvas = {
+		{ type = "encode", size = {1920, 1080}, frame_rate = 30, source = {"chan_0.main", "chan_0.second"} },
+	},
+	streams = {
+		{ id = 0, max_size = {1920, 1080}, possible_enc_src_map = 1 },
+	},
+}
+)";
+}
+
+} // namespace tooltest
