@@ -15,11 +15,6 @@ class Examples : public Settings
 {
 };
 
-std::string example(const char *name)
-{
-    return std::string(KIV_SOURCE_DIR) + "/examples/" + name;
-}
-
 // The fields a dump does not carry: the calibration path of each source and
 // the values of buffers bound to no canvas (written as zeros).
 void forget_undumped(kiv_multi_chan_cfg *cfg)

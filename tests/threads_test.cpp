@@ -20,11 +20,6 @@ class Threads : public Settings
 {
 };
 
-std::string example(const char *name)
-{
-    return std::string(KIV_SOURCE_DIR) + "/examples/" + name;
-}
-
 } // namespace
 
 TEST_F(Threads, ConcurrentLoadsMatchSequentialOnes)
