@@ -107,9 +107,9 @@ TEST_F(Aisp, Failures)
         EXPECT_EQ(ret, -1) << text;
     }
     // The last case filled 30 entries and nothing after them.
-    EXPECT_EQ(fill.filled, 30u);
-    EXPECT_EQ(rec.cfg.interfaces[29].port.dvi_id, 25);
-    EXPECT_EQ(rec.cfg.interfaces[30].port.dvi_id, 0xA5);
+    EXPECT_EQ(
+        vals({fill.filled, rec.cfg.interfaces[29].port.dvi_id, rec.cfg.interfaces[30].port.dvi_id}),
+        vals({30, 25, 0xA5}));
     for (unsigned char g : rec.guard)
         ASSERT_EQ(g, 0xA5);
 
@@ -153,9 +153,7 @@ TEST_F(Aisp, EntriesAcrossNetworks)
                                            " = { if_cnt = 0, interfaces = {} } end"),
                   &ret),
               "");
-    EXPECT_EQ(ret, 0);
-    EXPECT_EQ(fill.nn_cnt, 1000u);
-    EXPECT_EQ(fill.filled, 0u);
+    EXPECT_EQ(vals({ret, fill.nn_cnt, fill.filled}), vals({0, 1000, 0}));
 
     // Values keep the low bits their fields hold.
     EXPECT_EQ(run(config("custom_nn = { { if_cnt = 17, interfaces = { { port = { dvi_id = 300, "
@@ -168,7 +166,6 @@ TEST_F(Aisp, EntriesAcrossNetworks)
     // Bits 4-7 of the if_cnt byte belong to no field.
     EXPECT_EQ(reinterpret_cast<const unsigned char *>(&rec.cfg)[12] & 0xF0, 0xA0);
     const kiv_nn_map &port = rec.cfg.interfaces[0].port;
-    EXPECT_EQ(std::vector<int>({port.dvi_id, port.start, port.cnt, port.id[3]}),
-              std::vector<int>({44, 255, 7, 4}));
+    EXPECT_EQ(vals({port.dvi_id, port.start, port.cnt, port.id[3]}), vals({44, 255, 7, 4}));
     EXPECT_EQ(rec.cfg.interfaces[1].port.dvi_id, 0xA5);
 }

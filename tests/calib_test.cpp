@@ -69,8 +69,8 @@ TEST_F(Calib, LoadResults)
     const uint32_t want[3][3] = {
         {UNTOUCHED, 6, 7}, {UNTOUCHED, 8, 5}, {UNTOUCHED, UNTOUCHED, UNTOUCHED}};
     for (int i = 0; i < 3; ++i)
-        EXPECT_EQ(std::vector<uint32_t>({items[i].reserved, items[i].addr, items[i].data}),
-                  std::vector<uint32_t>(want[i], want[i] + 3))
+        EXPECT_EQ(vals({items[i].reserved, items[i].addr, items[i].data}),
+                  vals(want[i], want[i] + 3))
             << i;
 
     const std::string null_arg = err(LOAD, "the 1st or 2nd param is NULL\n");

@@ -149,13 +149,11 @@ TEST_F(Canvas, FailureKeepsWhatWasStored)
                   cfg, &log),
               -2);
     EXPECT_EQ(cfg.canvas_num, 2);
-    EXPECT_EQ(
-        std::vector<uint32_t>({cfg.canvas[0].width, cfg.canvas[0].height, cfg.canvas[0].vout_id}),
-        std::vector<uint32_t>({3, 4, 1}));
-    EXPECT_EQ(cfg.channels[1].src_buf[0][1].canvas_id, 0);
-    EXPECT_EQ(cfg.canvas[1].id, 1);
-    EXPECT_EQ(cfg.canvas[1].width, 5u);
-    EXPECT_EQ(cfg.canvas[1].canvas_id, 7u);
+    EXPECT_EQ(vals({cfg.canvas[0].width, cfg.canvas[0].height, cfg.canvas[0].vout_id}),
+              vals({3, 4, 1}));
+    EXPECT_EQ(vals({cfg.channels[1].src_buf[0][1].canvas_id, cfg.canvas[1].id, cfg.canvas[1].width,
+                    cfg.canvas[1].canvas_id}),
+              vals({0, 1, 5, 7}));
 
     // After an unknown or bound buffer the channel list and enable_order
     // are still written; earlier bindings stay.
@@ -165,11 +163,10 @@ TEST_F(Canvas, FailureKeepsWhatWasStored)
                       cv(ENC + "source = {'chan_0.second', 'chan_0.x'}"),
                   cfg, &log),
               -2);
-    EXPECT_EQ(cfg.canvas[1].source_chan_num, 2u);
-    EXPECT_EQ(cfg.canvas[1].source_chan_ids[1], 1u);
-    EXPECT_EQ(cfg.canvas[1].enable_order, 1u);
-    EXPECT_EQ(cfg.channels[0].src_buf[0][0].canvas_id, 1);
-    EXPECT_EQ(cfg.canvas[2].id, -1);
+    EXPECT_EQ(vals({cfg.canvas[1].source_chan_num, cfg.canvas[1].source_chan_ids[1],
+                    cfg.canvas[1].enable_order, cfg.channels[0].src_buf[0][0].canvas_id,
+                    cfg.canvas[2].id}),
+              vals({2, 1, 1, 1, -1}));
 }
 
 TEST_F(Canvas, SourceChannelsEnableOrderAndExtent)
@@ -192,18 +189,13 @@ TEST_F(Canvas, SourceChannelsEnableOrderAndExtent)
     const kiv_canvas_cfg &a = cfg.canvas[0], &b = cfg.canvas[1];
     EXPECT_EQ(a.canvas_id, 0u);
     EXPECT_EQ(a.source_chan_num, 2u);
-    EXPECT_EQ(std::vector<int>(a.source_chan_ids, a.source_chan_ids + 3), (std::vector{1, 0, 0}));
-    EXPECT_EQ(a.enable_order, 1u);
-    EXPECT_EQ(a.width, 2560u);
-    EXPECT_EQ(a.height, 1100u);
-    EXPECT_EQ(b.canvas_id, 1u);
-    EXPECT_EQ(b.source_chan_num, 1u);
-    EXPECT_EQ(b.source_chan_ids[0], 1u);
+    EXPECT_EQ(vals(a.source_chan_ids, a.source_chan_ids + 3), vals({1, 0, 0}));
+    EXPECT_EQ(vals({a.enable_order, a.width, a.height, b.canvas_id, b.source_chan_num,
+                    b.source_chan_ids[0]}),
+              vals({1, 2560, 1100, 1, 1, 1}));
     EXPECT_EQ(b.enable_order, 0u); // one channel: not read
     EXPECT_EQ(b.width, 5001u);     // a 0 replaces both
-    EXPECT_EQ(b.height, 5001u);
-    EXPECT_EQ(cfg.canvas[2].width, 1280u);
-    EXPECT_EQ(cfg.canvas[2].height, 720u);
+    EXPECT_EQ(vals({b.height, cfg.canvas[2].width, cfg.canvas[2].height}), vals({5001, 1280, 720}));
 
     // Sums are unsigned 32-bit; only the passes a channel has count.
     uint32_t w = 1, h = 1;
@@ -312,10 +304,9 @@ TEST_F(Canvas, DumpReadsBackToTheSameRecords)
                 cfg, &log),
             0);
         const kiv_canvas_cfg &c = cfg.canvas[0];
-        EXPECT_EQ(std::vector<uint32_t>({c.vout_id, c.feed_frame_num, c.min_unlocked_buf_num,
-                                         c.cached_items, c.enc_dummy_latency, c.extra_dram_buf,
-                                         c.frame_tag_value}),
-                  std::vector<uint32_t>({1, 72, 1, 255, 1, 0xffffffffu, 0xdeadbeefu}));
+        EXPECT_EQ(vals({c.vout_id, c.feed_frame_num, c.min_unlocked_buf_num, c.cached_items,
+                        c.enc_dummy_latency, c.extra_dram_buf, c.frame_tag_value}),
+                  vals({1, 72, 1, 255, 1, 0xffffffffu, 0xdeadbeefu}));
         // The script's rate is whole frames, or thousandths with the flag.
         EXPECT_EQ(c.frame_rate, hp ? 1u : 30u);
         EXPECT_EQ(c.frame_rate_hp, hp ? 30u : 30000u);

@@ -70,15 +70,11 @@ TEST_F(Channel, KeysChecksSwitchesAndFrameRates)
                   err(CH, "item(srcbuf_to_fusion) should not bigger than 5.\n"))
         << log;
     const kiv_channel_cfg &c = cfg.channels[0];
-    EXPECT_EQ(c.srcbuf_to_fusion, 0u);
-    EXPECT_EQ(c.srcbuf_to_skip_blend, 0);
-    EXPECT_EQ(c.vsrc_ctx, 0xff);
+    EXPECT_EQ(vals({c.srcbuf_to_fusion, c.srcbuf_to_skip_blend, c.vsrc_ctx}), vals({0, 0, 0xff}));
     EXPECT_EQ(c.vsrc_ctx_pattern, 0u); // bit 0 of the switch is clear: not read
-    EXPECT_EQ(c.group_idx, 1u);
-    EXPECT_EQ(c.group_order_idx, 3u);
-    EXPECT_EQ(c.idsp_fps, 30u);
-    EXPECT_EQ(c.idsp_fps_hp, 30000u);
-    EXPECT_EQ(c.img_stats_src_chan, 2);
+    EXPECT_EQ(
+        vals({c.group_idx, c.group_order_idx, c.idsp_fps, c.idsp_fps_hp, c.img_stats_src_chan}),
+        vals({1, 3, 30, 30000, 2}));
 
     kiv_set_hp_fps(1);
     ASSERT_EQ(parse(chan(0, "srcbuf_to_fusion = 9, srcbuf_to_skip_blend = 0x1f, idsp_fps = 29970, "
@@ -87,22 +83,18 @@ TEST_F(Channel, KeysChecksSwitchesAndFrameRates)
                     &log),
               0);
     EXPECT_EQ(only(log, "srcbuf_to"), "");
-    EXPECT_EQ(c.srcbuf_to_fusion, 1u);
-    EXPECT_EQ(c.srcbuf_to_skip_blend, 0x1f);
-    EXPECT_EQ(c.idsp_fps, 30u);
-    EXPECT_EQ(c.idsp_fps_hp, 29970u);
-    EXPECT_EQ(c.vsrc_ctx_pattern, 9u);
-    EXPECT_EQ(c.vsrc_ctx_pattern_addr_offset, 0u);
+    EXPECT_EQ(vals({c.srcbuf_to_fusion, c.srcbuf_to_skip_blend, c.idsp_fps, c.idsp_fps_hp,
+                    c.vsrc_ctx_pattern, c.vsrc_ctx_pattern_addr_offset}),
+              vals({1, 0x1f, 30, 29970, 9, 0}));
     ASSERT_EQ(parse(chan(0, "srcbuf_to_fusion = 5, srcbuf_to_skip_blend = -1"), &log), 0);
     EXPECT_EQ(c.srcbuf_to_fusion, 5u);
     EXPECT_EQ(c.srcbuf_to_skip_blend, 0);
 
     // Ids in any order; each table goes to the element its id names.
     ASSERT_EQ(parse(chan(1, "vsrc_ctx = 11") + ", " + chan(0, "vsrc_ctx = 10")), 0);
-    EXPECT_EQ(cfg.chan_num, 2);
-    EXPECT_EQ(cfg.channels[0].vsrc_ctx, 10);
-    EXPECT_EQ(cfg.channels[1].vsrc_ctx, 11);
-    EXPECT_EQ(cfg.channels[1].img_stats_src_chan, 1);
+    EXPECT_EQ(vals({cfg.chan_num, cfg.channels[0].vsrc_ctx, cfg.channels[1].vsrc_ctx,
+                    cfg.channels[1].img_stats_src_chan}),
+              vals({2, 10, 11, 1}));
 }
 
 TEST_F(Channel, FailuresOfTheChannelTable)
@@ -148,9 +140,8 @@ TEST_F(Channel, FailuresOfTheChannelTable)
     // A failing channel leaves chan_num alone and is not marked configured;
     // a failing numbering has stored chan_num already.
     parse(chan(0, "img_stats_src_chan = 'chan_3'"));
-    EXPECT_EQ(cfg.chan_num, 0);
-    EXPECT_EQ(cfg.channels[0].configured, 0u);
-    EXPECT_EQ(cfg.channels[0].img_stats_src_chan, 0xFF);
+    EXPECT_EQ(vals({cfg.chan_num, cfg.channels[0].configured, cfg.channels[0].img_stats_src_chan}),
+              vals({0, 0, 0xFF}));
     parse(chan(0) + "," + chan(0));
     EXPECT_EQ(cfg.chan_num, 2);
 }
@@ -171,14 +162,10 @@ TEST_F(Channel, SourceBufferPasses)
               0)
         << log;
     const kiv_channel_cfg &c = cfg.channels[0];
-    EXPECT_EQ(c.configured, 1u);
-    EXPECT_EQ(c.src_buf[0][1].max_output[0], 320u);
-    EXPECT_EQ(c.src_buf[0][1].input[0], 0u);
-    EXPECT_EQ(c.src_buf[0][3].input[3], 4u);
-    EXPECT_EQ(c.src_buf[0][3].output[0], 0u);
-    EXPECT_EQ(c.src_buf[1][6].output[3], 8u);
-    EXPECT_EQ(c.src_buf[1][0].max_output[0], 0u);
-    EXPECT_EQ(c.pass_cfg[1].input_buf_id, 1);
+    EXPECT_EQ(vals({c.configured, c.src_buf[0][1].max_output[0], c.src_buf[0][1].input[0],
+                    c.src_buf[0][3].input[3], c.src_buf[0][3].output[0], c.src_buf[1][6].output[3],
+                    c.src_buf[1][0].max_output[0], c.pass_cfg[1].input_buf_id}),
+              vals({1, 320, 0, 4, 0, 8, 0, 1}));
     EXPECT_EQ(only(log, "array item"), no_array("input"));
 
     // "main" of pass 0 with a short array: what was read stays.
@@ -197,9 +184,7 @@ TEST_F(Channel, SourceBufferPasses)
     for (const auto &[extra, ret, errors] : failures) {
         EXPECT_EQ(parse(chan(0, extra + ", max_warp_output_width = 5"), &log), ret) << extra;
         EXPECT_EQ(only(log, "KIV_ERROR"), errors) << extra;
-        EXPECT_EQ(c.configured, 0u);
-        EXPECT_EQ(c.max_warp_output_width, 5u);
-        EXPECT_EQ(cfg.chan_num, 0);
+        EXPECT_EQ(vals({c.configured, c.max_warp_output_width, cfg.chan_num}), vals({0, 5, 0}));
     }
     EXPECT_EQ(only(log, "input_pass_id"), absent(CH, "input_pass_id"));
     // pass_num 0 loads; pass 0 is read all the same.
@@ -225,21 +210,16 @@ TEST_F(Channel, PyramidDefaultsLayersAndFrameRates)
     const kiv_pyramid_cfg &p = chan_.pyramid;
     EXPECT_EQ(p.buf_addr, static_cast<int64_t>(0xffffffff80001000ull));
     EXPECT_EQ(p.item_num, 0); // no manual feed: not read
-    EXPECT_EQ(p.cached_items, 1u);
-    EXPECT_EQ(p.max_rescale_size[1], 480u);
-    EXPECT_EQ(p.frame_rate, 15);
-    EXPECT_EQ(p.frame_rate_hp, 14985u);
+    EXPECT_EQ(vals({p.cached_items, p.max_rescale_size[1], p.frame_rate, p.frame_rate_hp}),
+              vals({1, 480, 15, 14985}));
     // Layers not selected by the map are not read.
-    EXPECT_EQ(std::vector<uint32_t>(
-                  {p.layers[0].crop_win[3], p.layers[1].crop_win[0], p.layers[2].crop_win[0]}),
-              std::vector<uint32_t>({4, 0, 5}));
+    EXPECT_EQ(vals({p.layers[0].crop_win[3], p.layers[1].crop_win[0], p.layers[2].crop_win[0]}),
+              vals({4, 0, 5}));
 
     kiv_set_hp_fps(0);
     ASSERT_EQ(
         pyramid(head + "manual_feed = 1, item_num = 260, frame_rate = 15, layers = 5 }", &log), 0);
-    EXPECT_EQ(p.item_num, 4);
-    EXPECT_EQ(p.frame_rate_hp, 15000u);
-    EXPECT_EQ(p.layers[0].crop_win[0], 0u);
+    EXPECT_EQ(vals({p.item_num, p.frame_rate_hp, p.layers[0].crop_win[0]}), vals({4, 15000, 0}));
     EXPECT_NE(log.find(absent(P, "set_min_unlocked_buf_num cached_items") +
                        warn(P, "item(rescale_size) doesn't exist, set 0x0 by default.\n") +
                        warn(P, "item(max_rescale_size) doesn't exist, set 0x0 by default.\n")),
@@ -472,9 +452,9 @@ TEST_F(Channel, ThreeChannelsWrittenExactlyAndReadBackUnchanged)
     EXPECT_EQ(c0.vsrc.fps, 30u);
     EXPECT_STREQ(c0.vsrc.calib_data, "/etc/calib/sensor0.lua");
     EXPECT_EQ(memcmp(&c0.vsrc, &first.channels[1].vsrc, sizeof c0.vsrc), 0);
-    EXPECT_EQ(first.channels[2].vsrc.mode, VIN_MODE_VIRTUAL);
-    EXPECT_EQ(first.channels[2].pyramid.frame_rate, 15);
-    EXPECT_EQ(first.streams[1].efm_extern_src_stream, 9u);
+    EXPECT_EQ(vals({first.channels[2].vsrc.mode, first.channels[2].pyramid.frame_rate,
+                    first.streams[1].efm_extern_src_stream}),
+              vals({VIN_MODE_VIRTUAL, 15, 9}));
 
     std::string text = dump(first);
     EXPECT_EQ(text.substr(0, SOURCES.size()), SOURCES);

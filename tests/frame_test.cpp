@@ -79,9 +79,7 @@ TEST_F(Loader, TopLevelItems)
     kiv_set_log_level(1);
     load("_resource_config_ = { version = 257, enable_hp_fps = 3, vin_short_line_detect = 2 }",
          &cfg);
-    EXPECT_EQ(cfg.version, 1);
-    EXPECT_EQ(cfg.enable_hp_fps, 1u);
-    EXPECT_EQ(cfg.vin_short_line_detect, 0u);
+    EXPECT_EQ(vals({cfg.version, cfg.enable_hp_fps, cfg.vin_short_line_detect}), vals({1, 1, 0}));
     EXPECT_EQ(kiv_get_hp_fps(), 1);
     // A later load without the item clears the flag again.
     load("_resource_config_ = { version = 0 }", &cfg);

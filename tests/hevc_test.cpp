@@ -90,16 +90,13 @@ TEST_F(Hevc, ListsAndDc)
     EXPECT_EQ(cfg.scaling_list[2][0][63], 83u);
     EXPECT_EQ(cfg.scaling_list_dc[2][0], 20u);
     EXPECT_NE(log.find(warn(FN, "item(INTRA16X16_LUMA_DC) doesn't exist\n")), std::string::npos);
-    EXPECT_EQ(cfg.scaling_list[2][3][0], 0u);
-    EXPECT_EQ(cfg.scaling_list_dc[2][3], 16u);
-    EXPECT_EQ(cfg.scaling_list[1][0][2], 32u);
-    EXPECT_EQ(cfg.scaling_list[1][0][3], 0u);
-    EXPECT_EQ(cfg.scaling_list_dc[1][0], 99u);
+    EXPECT_EQ(vals({cfg.scaling_list[2][3][0], cfg.scaling_list_dc[2][3], cfg.scaling_list[1][0][2],
+                    cfg.scaling_list[1][0][3], cfg.scaling_list_dc[1][0]}),
+              vals({0, 16, 32, 0, 99}));
     // The inter 32x32 list is list 1 of size 3; 64 of its values are kept.
-    EXPECT_EQ(cfg.scaling_list[3][1][63], 64u);
-    EXPECT_EQ(cfg.scaling_list[3][3][0], 0u);
-    EXPECT_EQ(cfg.scaling_list[0][2][15], 20u);
-    EXPECT_EQ(cfg.scaling_list[0][2][16], 0u);
+    EXPECT_EQ(vals({cfg.scaling_list[3][1][63], cfg.scaling_list[3][3][0],
+                    cfg.scaling_list[0][2][15], cfg.scaling_list[0][2][16]}),
+              vals({64, 0, 20, 0}));
     // An empty list warns without the count's own WARN.
     EXPECT_NE(log.find(warn(FN, "item(INTER4X4_LUMA) doesn't exist\n")), std::string::npos);
     EXPECT_EQ(log.find("array item(INTER4X4_LUMA)"), std::string::npos);

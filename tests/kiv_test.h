@@ -118,6 +118,9 @@ std::string dumped(W writer, const kiv_multi_chan_cfg &cfg)
     return capture([&] { writer(&cfg, nullptr); });
 }
 
+// Several fields compared at once: EXPECT_EQ(vals({a.x, a.y}), vals({1, 2})).
+using vals = std::vector<int64_t>;
+
 // A record as kiv_init leaves it.
 kiv_multi_chan_cfg fresh();
 

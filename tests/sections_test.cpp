@@ -65,10 +65,7 @@ TEST_F(Sections, StreamsGatedKeysAndLowBits)
     EXPECT_EQ(only(r.log, "used_for_vout_id") + only(r.log, "efm_buf_num"),
               absent("kiv_get_stream_cfg", "used_for_vout_id"));
     const kiv_stream_cfg &s = cfg.streams[2];
-    EXPECT_EQ(cfg.stream_num, 2);
-    EXPECT_EQ(s.id, 2u);
-    EXPECT_EQ(s.max_width, 1920u);
-    EXPECT_EQ(s.max_height, 1080u);
+    EXPECT_EQ(vals({cfg.stream_num, s.id, s.max_width, s.max_height}), vals({2, 2, 1920, 1080}));
     EXPECT_EQ(s.used_for_vout_id, 1u); // its default, although the WARN says 0
     EXPECT_EQ(s.efm_buf_num, 0u);      // not read: efm_enable is 0
     EXPECT_EQ(s.dis_cached_items, 72u);
@@ -223,10 +220,9 @@ TEST_F(Sections, MemLayoutFailuresKeepWhatWasStoredBefore)
         auto r = run(kiv_get_mem_cfg_resource, c.text);
         EXPECT_EQ(r.ret, c.ret) << c.text;
         EXPECT_EQ(r.log, c.log) << c.text;
-        EXPECT_EQ(std::vector<uint32_t>(
-                      {mem.max_chan_num, mem.max_stream_num, mem.channels_mem[0].max_vin[0],
-                       mem.streams_mem[0].max_stream[0], mem.channels_mem[1].max_vin[0]}),
-                  std::vector<uint32_t>({c.chans, c.streams, c.vin0, c.stream0, 0}))
+        EXPECT_EQ(vals({mem.max_chan_num, mem.max_stream_num, mem.channels_mem[0].max_vin[0],
+                        mem.streams_mem[0].max_stream[0], mem.channels_mem[1].max_vin[0]}),
+                  vals({c.chans, c.streams, c.vin0, c.stream0, 0}))
             << c.text;
     }
 }

@@ -57,21 +57,15 @@ TEST_F(Vsrc, SourceTable)
     std::string log;
     ASSERT_EQ(read(BASE, &log), 0);
     EXPECT_EQ(log, warn(V, "item(virt_mode_cfg_enable) doesn't exit, set to 0.\n"));
-    EXPECT_EQ(vsrc.mode, 10);
-    EXPECT_EQ(vsrc.hdr_mode, 15u);
-    EXPECT_EQ(vsrc.bits, 8u);
-    EXPECT_EQ(vsrc.vsrc_status, 1u);
-    EXPECT_EQ(vsrc.dg_mode, 1u);
-    EXPECT_EQ(vsrc.fps_hp, 30000u);
-    EXPECT_EQ(vsrc.max_fps, 60000u);
+    EXPECT_EQ(vals({vsrc.mode, vsrc.hdr_mode, vsrc.bits, vsrc.vsrc_status, vsrc.dg_mode,
+                    vsrc.fps_hp, vsrc.max_fps}),
+              vals({10, 15, 8, 1, 1, 30000, 60000}));
     EXPECT_STREQ(vsrc.calib_data, "c.lua");
     kiv_set_hp_fps(1);
     ASSERT_EQ(read(BASE + "fps = 29970, max_fps = 30000, calib_data = '" + std::string(255, 'p') +
                    "', virt_mode_cfg = 5"),
               0);
-    EXPECT_EQ(vsrc.fps, 30u);
-    EXPECT_EQ(vsrc.fps_hp, 29970u);
-    EXPECT_EQ(vsrc.max_fps, 30000u);
+    EXPECT_EQ(vals({vsrc.fps, vsrc.fps_hp, vsrc.max_fps}), vals({30, 29970, 30000}));
     EXPECT_EQ(std::string(vsrc.calib_data), std::string(255, 'p'));
 
     const std::tuple<std::string, int32_t, std::string> failures[] = {
@@ -107,12 +101,8 @@ TEST_F(Vsrc, VirtualMode)
     ASSERT_EQ(read(BASE + VIRT + OFFSETS + "max_fps = 30, default_fps = 25 }", &log), 0);
     EXPECT_EQ(log, absent(VM, "bits"));
     const kiv_virt_mode_cfg &v = vsrc.virt_mode_cfg;
-    EXPECT_EQ(vsrc.mode, 61441);
-    EXPECT_EQ(v.bits, 8u);
-    EXPECT_EQ(v.hdr_mode, 1u);
-    EXPECT_EQ(v.video_type, 5u);
-    EXPECT_EQ(v.dual_gain_mode, 1u);
-    EXPECT_EQ(v.default_fps, 25000u);
+    EXPECT_EQ(vals({vsrc.mode, v.bits, v.hdr_mode, v.video_type, v.dual_gain_mode, v.default_fps}),
+              vals({61441, 8, 1, 5, 1, 25000}));
 
     // The item's own line (if any), then the source's line without a line
     // feed; the mode is VIN_MODE_VIRTUAL all the same.
