@@ -1,3 +1,5 @@
+// Custom AISP networks: every failure, the entries filled across networks
+// and the low bits kept.
 #include "kiv_test.h"
 
 #include <string.h>
@@ -9,21 +11,16 @@ using namespace kivtest;
 namespace
 {
 
-const std::string ERR = "KIV_ERROR:: kiv_get_aisp_cfg(N): ";
-const std::string DO = "KIV_ERROR:: do_kiv_get_custom_aisp_cfg(N): ";
-const std::string BOOT_ERR = DO + "get network bootup param error\n";
-const std::string INFO_ERR = DO + "get custom nn info error\n";
-const std::string NN = "KIV_ERROR:: kiv_get_custom_nn_info(N): ";
-const std::string MAP = "KIV_ERROR:: kiv_get_nn_map(N): ";
-const std::string NO_ARRAY = "KIV_WARN:: kiv_get_array_item_num_str(N): array item(";
-
-const char BOOT[] = "boot_param = { fifo_addr = 0x1000, fifo_len = 0x200, dag_addr = 0x3000 }";
+const std::string DO = "do_kiv_get_custom_aisp_cfg", NN = "kiv_get_custom_nn_info";
+const std::string INFO_ERR = err(DO, "get custom nn info error\n");
 const char GOOD_MAP[] = "{ dvi_id = 1, start = 2, cnt = 3, id = { 4 } }";
 
-// _custom_aisp_config_ with boot_param and `body`, then `tail` (Lua code).
+// _custom_aisp_config_ with a boot_param and `body`, then `tail` (Lua code).
 std::string config(const std::string &body, const std::string &tail = "")
 {
-    return "_custom_aisp_config_ = { " + std::string(BOOT) + ", " + body + " } " + tail;
+    return "_custom_aisp_config_ = { boot_param = { fifo_addr = 0x1000, fifo_len = 0x200, "
+           "dag_addr = 0x3000 }, " +
+           body + " } " + tail;
 }
 
 // custom_nn of one network of one interface.
@@ -67,73 +64,69 @@ class Aisp : public Settings
     kiv_aisp_fill fill;
 };
 
+} // namespace
+
 TEST_F(Aisp, Failures)
 {
-    const std::string bad_ids = MAP + "invalid port id num!\n" + INFO_ERR;
-    const std::string nn = "custom_nn = { { if_cnt = 1, interfaces = {} } }";
-    struct {
-        std::string text;
-        std::string log;
-    } cases[] = {
-        {"x = 1", DO + "invalid custom aisp config file\n"},
-        {"_custom_aisp_config_ = 3", DO + "invalid custom aisp config file\n"},
-        {"_custom_aisp_config_ = { boot_param = 5 }",
-         "KIV_WARN:: kiv_get_custom_nn_bootup_param(N): item(boot_param) doesn't exist\n" +
-             BOOT_ERR},
-        {"_custom_aisp_config_ = { boot_param = { fifo_addr = 7, dag_addr = 9 } }",
-         "KIV_ERROR:: kiv_get_custom_nn_bootup_param(N): item(fifo_len) doesn't exist.\n" +
-             BOOT_ERR},
-        {config("x = 1"),
-         NO_ARRAY + "custom_nn) doesn't exist\n" + NN + "Invalid nn cnt!\n" + INFO_ERR},
-        {config("custom_nn = {}"), NN + "Invalid nn cnt!\n" + INFO_ERR},
+    const std::string bad_ids = err("kiv_get_nn_map", "invalid port id num!\n") + INFO_ERR;
+    const std::string no_nn = err(NN, "Invalid nn cnt!\n") + INFO_ERR;
+    auto map_err = [](const std::string &text) { return err("kiv_get_nn_map", text) + INFO_ERR; };
+    const std::string boot = "_custom_aisp_config_ = { boot_param = ";
+    const std::string boot_err = err(DO, "get network bootup param error\n");
+    const std::pair<std::string, std::string> cases[] = {
+        {"x = 1", err(DO, "invalid custom aisp config file\n")},
+        {"_custom_aisp_config_ = 3", err(DO, "invalid custom aisp config file\n")},
+        {boot + "5 }",
+         warn("kiv_get_custom_nn_bootup_param", "item(boot_param) doesn't exist\n") + boot_err},
+        {boot + "{ fifo_addr = 7, dag_addr = 9 } }",
+         err("kiv_get_custom_nn_bootup_param", "item(fifo_len) doesn't exist.\n") + boot_err},
+        {config("x = 1"), no_array("custom_nn") + no_nn},
+        {config("custom_nn = {}"), no_nn},
         {config("custom_nn = { 5 }"),
-         NN + "item(custom_nn) doesn't have item of index(0)\n" + INFO_ERR},
+         err(NN, "item(custom_nn) doesn't have item of index(0)\n") + INFO_ERR},
         {config("custom_nn = { { interfaces = {} } }"),
-         NN + "item(if_cnt) doesn't exist.\n" + INFO_ERR},
+         err(NN, "item(if_cnt) doesn't exist.\n") + INFO_ERR},
         {config("custom_nn = { { if_cnt = 1, interfaces = 4 } }"),
-         NN + "item(interfaces) doesn't exist\n" + INFO_ERR},
-        {config(nn), NN + "item(interfaces) doesn't have item of index(0)\n" + INFO_ERR},
-        {one("'x'", GOOD_MAP), MAP + "item(port) doesn't exist\n" + INFO_ERR},
-        {one(GOOD_MAP, "nil"), MAP + "item(poke) doesn't exist\n" + INFO_ERR},
+         err(NN, "item(interfaces) doesn't exist\n") + INFO_ERR},
+        {config("custom_nn = { { if_cnt = 1, interfaces = {} } }"),
+         err(NN, "item(interfaces) doesn't have item of index(0)\n") + INFO_ERR},
+        {one("'x'", GOOD_MAP), map_err("item(port) doesn't exist\n")},
+        {one(GOOD_MAP, "nil"), map_err("item(poke) doesn't exist\n")},
         {one("{ dvi_id = 1, start = 2, id = { 1 } }", GOOD_MAP),
-         MAP + "item(cnt) doesn't exist.\n" + INFO_ERR},
+         map_err("item(cnt) doesn't exist.\n")},
         {one("{ dvi_id = 1, start = 2, cnt = 3, id = {} }", GOOD_MAP), bad_ids},
         {one(GOOD_MAP, "{ dvi_id = 1, start = 2, cnt = 3, id = { 1, 2, 3, 4, 5 } }"), bad_ids},
-        {one(GOOD_MAP, "{ dvi_id = 1, start = 2, cnt = 3, id = 7 }"),
-         NO_ARRAY + "id) doesn't exist\n" + bad_ids},
+        {one(GOOD_MAP, "{ dvi_id = 1, start = 2, cnt = 3, id = 7 }"), no_array("id") + bad_ids},
         // 32 entries for all networks: the third network does not fit.
         {networks({15, 15, 3}),
-         NN + "nn(2) has 3 interfaces, only 2 of 32 interface entries are left\n" + INFO_ERR},
+         err(NN, "nn(2) has 3 interfaces, only 2 of 32 interface entries are left\n") + INFO_ERR},
     };
     int32_t ret = 1;
-    for (const auto &c : cases) {
-        EXPECT_EQ(run(c.text, &ret), c.log) << c.text;
-        EXPECT_EQ(ret, -1) << c.text;
+    for (const auto &[text, log] : cases) {
+        EXPECT_EQ(run(text, &ret), log) << text;
+        EXPECT_EQ(ret, -1) << text;
     }
     // The last case filled 30 entries and nothing after them.
-    EXPECT_EQ(fill.filled, 30u);
-    EXPECT_EQ(rec.cfg.interfaces[29].port.dvi_id, 25);
-    EXPECT_EQ(rec.cfg.interfaces[30].port.dvi_id, 0xA5);
+    EXPECT_EQ(
+        vals({fill.filled, rec.cfg.interfaces[29].port.dvi_id, rec.cfg.interfaces[30].port.dvi_id}),
+        vals({30, 25, 0xA5}));
     for (unsigned char g : rec.guard)
         ASSERT_EQ(g, 0xA5);
-}
 
-TEST_F(Aisp, ArgumentsTypeAndScript)
-{
-    int32_t ret = 1;
     EXPECT_EQ(run(networks({1}), &ret, 2), ""); // another type: refused without a line
     EXPECT_EQ(ret, -1);
     EXPECT_EQ(rec.cfg.fifo_addr, 0xA5A5A5A5u);
+    const std::string e = "kiv_get_aisp_cfg";
     EXPECT_EQ(masked([&] { ret = kiv_get_aisp_cfg("/nonexistent/nn.lua", &rec.cfg, 1); }),
-              ERR + "lua error msg is cannot open /nonexistent/nn.lua: No such file or "
-                    "directory.\n");
+              err(e, "lua error msg is cannot open /nonexistent/nn.lua: No such file or "
+                     "directory.\n"));
     EXPECT_EQ(ret, -2);
-    EXPECT_EQ(masked([&] { ret = kiv_get_aisp_cfg(nullptr, &rec.cfg, 1); }),
-              ERR + "the 1st or 2nd param is NULL\n");
-    EXPECT_EQ(ret, -1);
-    EXPECT_EQ(masked([&] { ret = kiv_get_aisp_cfg("nn.lua", nullptr, 1); }),
-              ERR + "the 1st or 2nd param is NULL\n");
-    EXPECT_EQ(ret, -1);
+    for (auto [path, cfg] :
+         {std::pair<const char *, kiv_aisp_cfg *>{nullptr, &rec.cfg}, {"nn.lua", nullptr}}) {
+        EXPECT_EQ(masked([&] { ret = kiv_get_aisp_cfg(path, cfg, 1); }),
+                  err(e, "the 1st or 2nd param is NULL\n"));
+        EXPECT_EQ(ret, -1);
+    }
 }
 
 TEST_F(Aisp, EntriesAcrossNetworks)
@@ -150,7 +143,6 @@ TEST_F(Aisp, EntriesAcrossNetworks)
     EXPECT_EQ(rec.cfg.interfaces[4].port.id[1], 0xA5); // beyond the ids given
     EXPECT_EQ(rec.cfg.interfaces[4].port.reserved, 0xA5);
     EXPECT_EQ(fill.nn_cnt, 2u);
-    EXPECT_EQ(fill.filled, 5u);
     EXPECT_EQ(kiv_aisp_entries_of(&fill, 0), 2u);
     EXPECT_EQ(kiv_aisp_entries_of(&fill, 1), 3u);
 
@@ -161,14 +153,9 @@ TEST_F(Aisp, EntriesAcrossNetworks)
                                            " = { if_cnt = 0, interfaces = {} } end"),
                   &ret),
               "");
-    EXPECT_EQ(ret, 0);
-    EXPECT_EQ(fill.nn_cnt, 1000u);
-    EXPECT_EQ(fill.filled, 0u);
-}
+    EXPECT_EQ(vals({ret, fill.nn_cnt, fill.filled}), vals({0, 1000, 0}));
 
-TEST_F(Aisp, LowBitsKept)
-{
-    int32_t ret = 1;
+    // Values keep the low bits their fields hold.
     EXPECT_EQ(run(config("custom_nn = { { if_cnt = 17, interfaces = { { port = { dvi_id = 300, "
                          "start = -1, cnt = '7', id = { 1, 2, 3, 260 } }, poke = " +
                          std::string(GOOD_MAP) + " } } } }"),
@@ -179,22 +166,6 @@ TEST_F(Aisp, LowBitsKept)
     // Bits 4-7 of the if_cnt byte belong to no field.
     EXPECT_EQ(reinterpret_cast<const unsigned char *>(&rec.cfg)[12] & 0xF0, 0xA0);
     const kiv_nn_map &port = rec.cfg.interfaces[0].port;
-    EXPECT_EQ(port.dvi_id, 44);
-    EXPECT_EQ(port.start, 255);
-    EXPECT_EQ(port.cnt, 7);
-    EXPECT_EQ(port.id[3], 4);
+    EXPECT_EQ(vals({port.dvi_id, port.start, port.cnt, port.id[3]}), vals({44, 255, 7, 4}));
     EXPECT_EQ(rec.cfg.interfaces[1].port.dvi_id, 0xA5);
 }
-
-TEST_F(Aisp, ExampleFile)
-{
-    std::string path = std::string(KIV_SOURCE_DIR) + "/examples/custom_aisp.lua";
-    int32_t ret = 1;
-    EXPECT_EQ(masked([&] { ret = kiv_get_aisp_cfg_fill(path.c_str(), &rec.cfg, 1, &fill); }), "");
-    EXPECT_EQ(ret, 0);
-    EXPECT_EQ(fill.filled, 3u);
-    EXPECT_EQ(rec.cfg.interfaces[2].port.id[3], 9);
-    EXPECT_EQ(kiv_get_aisp_cfg(path.c_str(), &rec.cfg, 1), 0);
-}
-
-} // namespace

@@ -1,3 +1,5 @@
+// Calibration data: the size query, every failure of a load and what it
+// keeps, number conversion and a large table.
 #include "kiv_test.h"
 
 #include <string.h>
@@ -7,8 +9,7 @@ using namespace kivtest;
 namespace
 {
 
-const std::string SIZE = "KIV_ERROR:: kiv_get_calib_data_size(N): ";
-const std::string LOAD = "KIV_ERROR:: kiv_load_calib_data(N): ";
+const std::string SIZE = "kiv_get_calib_data_size", LOAD = "kiv_load_calib_data";
 const char NO_FILE[] = "/nonexistent/calib.lua";
 const std::string NO_FILE_MSG =
     "lua error msg is cannot open /nonexistent/calib.lua: No such file or directory.\n";
@@ -16,89 +17,82 @@ const uint32_t UNTOUCHED = 0xA5A5A5A5u;
 
 class Calib : public Settings
 {
-  protected:
-    void SetUp() override
-    {
-        Settings::SetUp();
-        memset(items, 0xA5, sizeof items);
-    }
-    // Result and masked log of loading n items from path.
-    std::string load(const char *path, uint32_t n, int32_t *ret)
-    {
-        return masked([&] { *ret = kiv_load_calib_data(path, items, n); });
-    }
-    kiv_calib_data_item items[8];
 };
+
+} // namespace
 
 TEST_F(Calib, Size)
 {
-    struct {
-        const char *text;
-        int32_t size;
-        std::string log;
-    } cases[] = {
-        {"x = 1", 0, SIZE + "Invalid calibrate data config file\n"},
-        {"calib_data = 5", 0, SIZE + "Invalid calibrate data config file\n"},
-        {"calib_data = {}", 0, ""},
-        {"calib_data = { {1, 2}, name = {3, 4}, 7 }", 3, ""}, // every key/value pair counts
+    auto size = [](const char *path) {
+        int32_t ret = 1;
+        std::string log = masked([&] { ret = kiv_get_calib_data_size(path); });
+        return std::pair(ret, log);
     };
-    int32_t ret = 1;
-    for (const auto &c : cases) {
-        std::string path = script(c.text);
-        EXPECT_EQ(masked([&] { ret = kiv_get_calib_data_size(path.c_str()); }), c.log) << c.text;
-        EXPECT_EQ(ret, c.size) << c.text;
-    }
-    EXPECT_EQ(masked([&] { ret = kiv_get_calib_data_size(nullptr); }),
-              SIZE + "the lua file is NULL\n");
-    EXPECT_EQ(ret, 0);
-    EXPECT_EQ(masked([&] { ret = kiv_get_calib_data_size(NO_FILE); }), SIZE + NO_FILE_MSG);
-    EXPECT_EQ(ret, 0);
+    const std::string invalid = err(SIZE, "Invalid calibrate data config file\n");
+    EXPECT_EQ(size(script("x = 1").c_str()), std::pair(0, invalid));
+    EXPECT_EQ(size(script("calib_data = 5").c_str()), std::pair(0, invalid));
+    EXPECT_EQ(size(script("calib_data = {}").c_str()), std::pair(0, std::string()));
+    // Every key/value pair counts.
+    EXPECT_EQ(size(script("calib_data = { {1, 2}, name = {3, 4}, 7 }").c_str()),
+              std::pair(3, std::string()));
+    EXPECT_EQ(size(nullptr), std::pair(0, err(SIZE, "the lua file is NULL\n")));
+    EXPECT_EQ(size(NO_FILE), std::pair(0, err(SIZE, NO_FILE_MSG)));
 }
 
 TEST_F(Calib, LoadResults)
 {
+    kiv_calib_data_item items[8];
+    memset(items, 0xA5, sizeof items);
     struct {
         const char *text;
         uint32_t n;
         int32_t ret;
         std::string log;
     } cases[] = {
-        {"x = 1", 1, -1, LOAD + "Invalid calibrate data config file\n"},
-        {"calib_data = 'abc'", 1, -1, LOAD + "Invalid calibrate data config file\n"},
-        {"calib_data = {}", 1, -2, LOAD + "Could not find item.\n"},
-        {"calib_data = { {} }", 1, -2, LOAD + "Could not find addr.\n"},
-        {"calib_data = { {1, 2}, 5 }", 2, -2, LOAD + "calib_data item(1) is not a table.\n"},
+        {"x = 1", 1, -1, err(LOAD, "Invalid calibrate data config file\n")},
+        {"calib_data = 'abc'", 1, -1, err(LOAD, "Invalid calibrate data config file\n")},
+        {"calib_data = {}", 1, -2, err(LOAD, "Could not find item.\n")},
+        {"calib_data = { {} }", 1, -2, err(LOAD, "Could not find addr.\n")},
+        {"calib_data = { {1, 2}, 5 }", 2, -2, err(LOAD, "calib_data item(1) is not a table.\n")},
         // Entries after an item's second are skipped; items after n are not read.
         {"calib_data = { {1, 2, 3}, {4, 5}, 'x' }", 2, 0, ""},
         // A failing item keeps what was stored before it; later entries stay.
-        {"calib_data = { {6, 7}, {8} }", 3, -2, LOAD + "Could not find data.\n"},
+        {"calib_data = { {6, 7}, {8} }", 3, -2, err(LOAD, "Could not find data.\n")},
     };
     int32_t ret = 1;
     for (const auto &c : cases) {
-        EXPECT_EQ(load(script(c.text).c_str(), c.n, &ret), c.log) << c.text;
+        std::string path = script(c.text);
+        EXPECT_EQ(masked([&] { ret = kiv_load_calib_data(path.c_str(), items, c.n); }), c.log)
+            << c.text;
         EXPECT_EQ(ret, c.ret) << c.text;
     }
     const uint32_t want[3][3] = {
         {UNTOUCHED, 6, 7}, {UNTOUCHED, 8, 5}, {UNTOUCHED, UNTOUCHED, UNTOUCHED}};
-    for (int i = 0; i < 3; ++i) {
-        EXPECT_EQ(items[i].reserved, want[i][0]) << i;
-        EXPECT_EQ(items[i].addr, want[i][1]) << i;
-        EXPECT_EQ(items[i].data, want[i][2]) << i;
-    }
+    for (int i = 0; i < 3; ++i)
+        EXPECT_EQ(vals({items[i].reserved, items[i].addr, items[i].data}),
+                  vals(want[i], want[i] + 3))
+            << i;
 
-    EXPECT_EQ(load(NO_FILE, 1, &ret), LOAD + NO_FILE_MSG);
-    EXPECT_EQ(ret, -2);
-    EXPECT_EQ(load(nullptr, 1, &ret), LOAD + "the 1st or 2nd param is NULL\n");
-    EXPECT_EQ(ret, -1);
-    EXPECT_EQ(masked([&] { ret = kiv_load_calib_data(NO_FILE, nullptr, 1); }),
-              LOAD + "the 1st or 2nd param is NULL\n");
-    EXPECT_EQ(ret, -1);
-    EXPECT_EQ(load(NO_FILE, 0, &ret), LOAD + "data_size is 0\n");
-    EXPECT_EQ(ret, -1);
+    const std::string null_arg = err(LOAD, "the 1st or 2nd param is NULL\n");
+    const struct {
+        const char *path;
+        kiv_calib_data_item *items;
+        uint32_t n;
+        int32_t ret;
+        std::string log;
+    } args[] = {{NO_FILE, items, 1, -2, err(LOAD, NO_FILE_MSG)},
+                {nullptr, items, 1, -1, null_arg},
+                {NO_FILE, nullptr, 1, -1, null_arg},
+                {NO_FILE, items, 0, -1, err(LOAD, "data_size is 0\n")}};
+    for (const auto &a : args) {
+        EXPECT_EQ(masked([&] { ret = kiv_load_calib_data(a.path, a.items, a.n); }), a.log);
+        EXPECT_EQ(ret, a.ret) << a.log;
+    }
 }
 
 TEST_F(Calib, NumberConversion)
 {
+    kiv_calib_data_item items[7];
     std::string path = script("calib_data = { {-5, 2^33}, {16.9, 4294967295},"
                               " {4294967296, 9223372036854775807}, {'0x10', ' 12 '},"
                               " {'abc', true}, {0/0, 1/0}, {-1/0, -0.5} }");
@@ -131,18 +125,6 @@ TEST_F(Calib, HundredThousandPairs)
     EXPECT_EQ(big[n].addr, 2u);
     int32_t ret = 0;
     EXPECT_EQ(masked([&] { ret = kiv_load_calib_data(path.c_str(), big.data(), n + 1); }),
-              LOAD + "Could not find item.\n");
+              err(LOAD, "Could not find item.\n"));
     EXPECT_EQ(ret, -2);
 }
-
-TEST_F(Calib, ExampleTable)
-{
-    std::string path = std::string(KIV_SOURCE_DIR) + "/examples/calib_table.lua";
-    ASSERT_EQ(kiv_get_calib_data_size(path.c_str()), 12);
-    std::vector<kiv_calib_data_item> all(12);
-    ASSERT_EQ(kiv_load_calib_data(path.c_str(), all.data(), 12), 0);
-    EXPECT_EQ(all[0].addr, 0x3009u);
-    EXPECT_EQ(all[10].data, 0x80100000u);
-}
-
-} // namespace

@@ -29,19 +29,12 @@ std::string cv(const std::string &keys)
     return "{" + keys + ", " + QUIET + "},";
 }
 const std::string ENC = "type = 'encode', size = {1, 1}, ";
-const std::string CV = "KIV_ERROR:: kiv_get_canvas_cfg(N): ";
-const std::string SB = "KIV_ERROR:: kiv_set_source_buffer_canvas_id(N): ";
-std::string no_array(const char *key)
-{
-    return std::string("KIV_WARN:: kiv_get_array_item_num_str(N): array item(") + key +
-           ") doesn't exist\n";
-}
+const std::string CV = "kiv_get_canvas_cfg", SB = "kiv_set_source_buffer_canvas_id";
 
 // A record as the channel parser leaves it: n channels of `passes` passes.
 kiv_multi_chan_cfg chans(int n, int passes = 1)
 {
-    kiv_multi_chan_cfg cfg;
-    kiv_init(&cfg);
+    kiv_multi_chan_cfg cfg = fresh();
     cfg.chan_num = static_cast<uint8_t>(n);
     for (int c = 0; c < n && c < 3; ++c)
         cfg.channels[c].pass_num = static_cast<uint32_t>(passes);
@@ -55,23 +48,18 @@ void set_output(kiv_multi_chan_cfg &cfg, int c, int p, int b, uint32_t x, uint32
     o[0] = x, o[1] = y, o[2] = w, o[3] = h;
 }
 
-// Runs the canvas parser on a script; returns the result, keeps the log.
-int32_t parse_script(const std::string &text, kiv_multi_chan_cfg &cfg, std::string *log)
+// Runs the canvas parser on a canvas list, or (`whole`) on a whole script.
+int32_t run(const std::string &list, kiv_multi_chan_cfg &cfg, std::string *log, bool whole = false)
 {
-    lua_script s(text);
-    int32_t ret = 0;
-    *log = masked([&] { ret = kiv_get_canvas_cfg(s.L(), &cfg); });
-    EXPECT_EQ(lua_gettop(s.L()), s.top());
-    return ret;
-}
-int32_t parse(const std::string &list, kiv_multi_chan_cfg &cfg, std::string *log)
-{
-    return parse_script("_resource_config_ = { canvas = {" + list + "} }", cfg, log);
+    auto r = parse(kiv_get_canvas_cfg,
+                   whole ? list : "_resource_config_ = { canvas = {" + list + "} }", &cfg);
+    *log = r.log;
+    return r.ret;
 }
 
 std::string dump_canvas(const kiv_multi_chan_cfg &cfg)
 {
-    return capture([&] { kiv_dump_canvas_cfg(&cfg, nullptr); });
+    return dumped(kiv_dump_canvas_cfg, cfg);
 }
 
 } // namespace
@@ -82,9 +70,17 @@ TEST_F(Canvas, FailuresGiveTheirResultAndLines)
     for (int i = 0; i < 13; ++i)
         thirteen += cv(ENC + "source = {'chan_0.main'}");
     const std::string long_str(40, 'e'), src = "source = {'chan_0.main'}";
-    const std::string set0 = CV + "set canvas id(0) error\n";
+    const std::string set0 = err(CV, "set canvas id(0) error\n");
+    const std::string no_canvas = err(CV, "no canvas cfg found\n");
+    const std::string no_source = err(SB, "no source buffer found in canvas(0)\n") + set0;
     auto bad = [&](const std::string &s) {
-        return SB + "invalid string(" + s + ") in item(source)\n" + set0;
+        return err(SB, "invalid string(" + s + ") in item(source)\n") + set0;
+    };
+    auto twice = [&](const std::string &buf, int pass, int chan, int canvas) {
+        return err(SB, buf + " source buffer of pass " + std::to_string(pass) + " for channel" +
+                           std::to_string(chan) + " cannot beassigned to multi canvas(0, " +
+                           std::to_string(canvas) + ")\n") +
+               err(CV, "set canvas id(" + std::to_string(canvas) + ") error\n");
     };
     struct {
         int chans, passes;
@@ -93,27 +89,25 @@ TEST_F(Canvas, FailuresGiveTheirResultAndLines)
         std::string log;
     } cases[] = {
         // The list itself: the record is left untouched.
-        {1, 1, "} and nil, x = {", -2, no_array("canvas") + CV + "no canvas cfg found\n"},
-        {1, 1, "} and 5, x = {", -2, no_array("canvas") + CV + "no canvas cfg found\n"},
-        {1, 1, "", -2, CV + "no canvas cfg found\n"},
-        {1, 1, thirteen, -2, CV + "canvas num(13) cannot exceed max(12)\n"},
+        {1, 1, "} and nil, x = {", -2, no_array("canvas") + no_canvas},
+        {1, 1, "} and 5, x = {", -2, no_array("canvas") + no_canvas},
+        {1, 1, "", -2, no_canvas},
+        {1, 1, thirteen, -2, err(CV, "canvas num(13) cannot exceed max(12)\n")},
         // The canvas keys.
-        {1, 1, cv("size = {1, 1}, " + src), -2, CV + "item(type) doesn't exist\n"},
-        {1, 1, "5", -2, CV + "item(type) doesn't exist\n"},
+        {1, 1, cv("size = {1, 1}, " + src), -2, err(CV, "item(type) doesn't exist\n")},
+        {1, 1, "5", -2, err(CV, "item(type) doesn't exist\n")},
         {1, 1, cv("type = 'Encode', size = {1, 1}, " + src), -1,
-         CV + "invalid type(Encode) for canvas(0)\n"},
+         err(CV, "invalid type(Encode) for canvas(0)\n")},
         {1, 1, cv("type = '" + long_str + "', size = {1, 1}, " + src), -1,
-         CV + "invalid type(" + long_str.substr(0, 32) + ") for canvas(0)\n"},
+         err(CV, "invalid type(" + long_str.substr(0, 32) + ") for canvas(0)\n")},
         {1, 1, cv("type = 'prev', size = {1920}, " + src), -2, ""},
         {1, 1, cv("type = 'off', " + src), -2, no_array("size")},
         {1, 1, cv("type = 'prev', size = {1, 1}, " + src), -2,
-         CV + "item(vout_id) doesn't exist.\n"},
+         err(CV, "item(vout_id) doesn't exist.\n")},
         // The source list.
-        {1, 1, cv(ENC + "x = 0"), -2,
-         no_array("source") + SB + "no source buffer found in canvas(0)\n" + set0},
-        {1, 1, cv(ENC + "source = 'chan_0.main'"), -2,
-         no_array("source") + SB + "no source buffer found in canvas(0)\n" + set0},
-        {1, 1, cv(ENC + "source = {}"), -2, SB + "no source buffer found in canvas(0)\n" + set0},
+        {1, 1, cv(ENC + "x = 0"), -2, no_array("source") + no_source},
+        {1, 1, cv(ENC + "source = 'chan_0.main'"), -2, no_array("source") + no_source},
+        {1, 1, cv(ENC + "source = {}"), -2, no_source},
         {1, 1, cv(ENC + "source = {'chan_0.main_1'}"), -2, bad("chan_0.main_1")},
         {2, 2, cv(ENC + "source = {'chan_0.main_2'}"), -2, bad("chan_0.main_2")},
         {3, 1, cv(ENC + "source = {'chan_3.main'}"), -2, bad("chan_3.main")},
@@ -124,28 +118,21 @@ TEST_F(Canvas, FailuresGiveTheirResultAndLines)
         {1, 1, cv(ENC + "source = {'chan_0.main" + long_str + "'}"), -2,
          bad(("chan_0.main" + long_str).substr(0, 32))},
         {1, 1, cv(ENC + "source = {{}}"), -2,
-         "KIV_ERROR:: kiv_get_array_string_item_str(N): array item(source) doesn't have item of "
-         "index(0)\n" +
+         err("kiv_get_array_string_item_str",
+             "array item(source) doesn't have item of index(0)\n") +
              bad("")},
-        {1, 1, cv(ENC + "source = {'chan_0.main', 'chan_0.main'}"), -2,
-         SB +
-             "main source buffer of pass 0 for channel0 cannot beassigned to multi canvas(0, 0)\n" +
-             set0},
+        {1, 1, cv(ENC + "source = {'chan_0.main', 'chan_0.main'}"), -2, twice("main", 0, 0, 0)},
         {2, 2, cv(ENC + "source = {'chan_1.third_1'}") + cv(ENC + "source = {'chan_1.third_1'}"),
-         -2,
-         SB +
-             "third source buffer of pass 1 for channel1 cannot beassigned to multi canvas(0, "
-             "1)\n" +
-             CV + "set canvas id(1) error\n"},
+         -2, twice("third", 1, 1, 1)},
     };
     for (auto &t : cases) {
-        const kiv_multi_chan_cfg fresh = chans(t.chans, t.passes);
-        kiv_multi_chan_cfg cfg = fresh;
-        EXPECT_EQ(parse(t.list, cfg, &log), t.ret) << t.list;
+        const kiv_multi_chan_cfg before = chans(t.chans, t.passes);
+        kiv_multi_chan_cfg cfg = before;
+        EXPECT_EQ(run(t.list, cfg, &log), t.ret) << t.list;
         EXPECT_EQ(log, t.log) << t.list;
         if (t.log.find("canvas num") != std::string::npos ||
-            t.log.find("no canvas") != std::string::npos)
-            EXPECT_EQ(memcmp(&cfg, &fresh, sizeof cfg), 0);
+            t.log.find(no_canvas) != std::string::npos)
+            EXPECT_EQ(memcmp(&cfg, &before, sizeof cfg), 0);
         else
             EXPECT_EQ(cfg.canvas[0].id, 0);
     }
@@ -157,57 +144,29 @@ TEST_F(Canvas, FailureKeepsWhatWasStored)
     std::string log;
     kiv_multi_chan_cfg cfg = chans(2, 2);
     cfg.canvas[1].canvas_id = 7; // an empty source writes none of the binding fields
-    EXPECT_EQ(parse(cv("type = 'prev', vout_id = 1, size = {3, 4}, source = {'chan_1.second'}") +
-                        cv("type = 'off', size = {5, 6}, source = {}"),
-                    cfg, &log),
+    EXPECT_EQ(run(cv("type = 'prev', vout_id = 1, size = {3, 4}, source = {'chan_1.second'}") +
+                      cv("type = 'off', size = {5, 6}, source = {}"),
+                  cfg, &log),
               -2);
     EXPECT_EQ(cfg.canvas_num, 2);
-    EXPECT_EQ(cfg.canvas[0].width + cfg.canvas[0].height + cfg.canvas[0].vout_id, 8u);
-    EXPECT_EQ(cfg.channels[1].src_buf[0][1].canvas_id, 0);
-    EXPECT_EQ(cfg.canvas[1].id, 1);
-    EXPECT_EQ(cfg.canvas[1].width, 5u);
-    EXPECT_EQ(cfg.canvas[1].canvas_id, 7u);
+    EXPECT_EQ(vals({cfg.canvas[0].width, cfg.canvas[0].height, cfg.canvas[0].vout_id}),
+              vals({3, 4, 1}));
+    EXPECT_EQ(vals({cfg.channels[1].src_buf[0][1].canvas_id, cfg.canvas[1].id, cfg.canvas[1].width,
+                    cfg.canvas[1].canvas_id}),
+              vals({0, 1, 5, 7}));
 
     // After an unknown or bound buffer the channel list and enable_order
     // are still written; earlier bindings stay.
     cfg = chans(2, 2);
-    EXPECT_EQ(parse(cv(ENC + "source = {'chan_1.main'}") +
-                        cv(ENC + "enable_order = 1, source = {'chan_0.main', 'chan_1.main', 'x'}") +
-                        cv(ENC + "source = {'chan_0.second', 'chan_0.x'}"),
-                    cfg, &log),
+    EXPECT_EQ(run(cv(ENC + "source = {'chan_1.main'}") +
+                      cv(ENC + "enable_order = 1, source = {'chan_0.main', 'chan_1.main', 'x'}") +
+                      cv(ENC + "source = {'chan_0.second', 'chan_0.x'}"),
+                  cfg, &log),
               -2);
-    EXPECT_EQ(cfg.canvas[1].source_chan_num, 2u);
-    EXPECT_EQ(cfg.canvas[1].source_chan_ids[1], 1u);
-    EXPECT_EQ(cfg.canvas[1].enable_order, 1u);
-    EXPECT_EQ(cfg.channels[0].src_buf[0][0].canvas_id, 1);
-    EXPECT_EQ(cfg.canvas[2].id, -1);
-}
-
-// The absence lines show the reading order: enable_order (two channels)
-// is read between clear_background and dsp_priv_dram.
-TEST_F(Canvas, ReadingOrderAndDefaults)
-{
-    kiv_multi_chan_cfg cfg = chans(2);
-    std::string log, want;
-    EXPECT_EQ(parse("{ type = 'off', size = {8, 8}, source = {'chan_0.main', 'chan_1.main'} }", cfg,
-                    &log),
-              0);
-    for (const char *k : {"manual_feed", "feed_frame_num", "extra_dram_buf", "min_unlocked_buf_num",
-                          "set_min_unlocked_buf_num", "cached_items", "enc_dummy_latency",
-                          "frame_rate", "zero_fps", "fps_locked_enable", "clear_background",
-                          "enable_order", "dsp_priv_dram", "disable_yuv_dram", "disable_me_dram",
-                          "enable_frame_tag", "me_for_mf", "frame_tag_value", "frame_tag_mask"})
-        want +=
-            std::string("KIV_WARN:: ") +
-            (strcmp(k, "enable_order") ? "kiv_get_canvas_cfg" : "kiv_set_source_buffer_canvas_id") +
-            "(N): item(" + k + ") doesn't exist, set 0 by default" +
-            (strcmp(k, "frame_rate") ? ".\n" : ", and will be the same as the idsp fps\n");
-    EXPECT_EQ(log, want);
-    kiv_canvas_cfg c{};
-    c.width = c.height = 8;
-    c.source_chan_num = 2;
-    c.source_chan_ids[1] = 1;
-    EXPECT_EQ(memcmp(&cfg.canvas[0], &c, sizeof c), 0);
+    EXPECT_EQ(vals({cfg.canvas[1].source_chan_num, cfg.canvas[1].source_chan_ids[1],
+                    cfg.canvas[1].enable_order, cfg.channels[0].src_buf[0][0].canvas_id,
+                    cfg.canvas[2].id}),
+              vals({2, 1, 1, 1, -1}));
 }
 
 TEST_F(Canvas, SourceChannelsEnableOrderAndExtent)
@@ -219,30 +178,24 @@ TEST_F(Canvas, SourceChannelsEnableOrderAndExtent)
     set_output(cfg, 1, 1, 6, 100, 1000, 100, 100);
     set_output(cfg, 1, 0, 2, 5000, 5000, 1, 1);
     std::string log;
-    EXPECT_EQ(
-        parse(cv("type = 'off', size = {0, 0}, enable_order = 3, source = {'chan_1.premain_1', "
-                 "'chan_0.second', 'chan_1.main', 'chan_0.main'}") +
-                  cv("type = 'off', size = {0, 1080}, enable_order = 1, "
-                     "source = {'chan_1.third', 'chan_1.fifth'}") +
-                  cv("type = 'off', size = {1280, 720}, source = {'chan_1.fourth'}"),
-              cfg, &log),
-        0);
+    EXPECT_EQ(run(cv("type = 'off', size = {0, 0}, enable_order = 3, source = {'chan_1.premain_1', "
+                     "'chan_0.second', 'chan_1.main', 'chan_0.main'}") +
+                      cv("type = 'off', size = {0, 1080}, enable_order = 1, "
+                         "source = {'chan_1.third', 'chan_1.fifth'}") +
+                      cv("type = 'off', size = {1280, 720}, source = {'chan_1.fourth'}"),
+                  cfg, &log),
+              0);
     EXPECT_EQ(log, "");
     const kiv_canvas_cfg &a = cfg.canvas[0], &b = cfg.canvas[1];
     EXPECT_EQ(a.canvas_id, 0u);
     EXPECT_EQ(a.source_chan_num, 2u);
-    EXPECT_EQ(std::vector<int>(a.source_chan_ids, a.source_chan_ids + 3), (std::vector{1, 0, 0}));
-    EXPECT_EQ(a.enable_order, 1u);
-    EXPECT_EQ(a.width, 2560u);
-    EXPECT_EQ(a.height, 1100u);
-    EXPECT_EQ(b.canvas_id, 1u);
-    EXPECT_EQ(b.source_chan_num, 1u);
-    EXPECT_EQ(b.source_chan_ids[0], 1u);
+    EXPECT_EQ(vals(a.source_chan_ids, a.source_chan_ids + 3), vals({1, 0, 0}));
+    EXPECT_EQ(vals({a.enable_order, a.width, a.height, b.canvas_id, b.source_chan_num,
+                    b.source_chan_ids[0]}),
+              vals({1, 2560, 1100, 1, 1, 1}));
     EXPECT_EQ(b.enable_order, 0u); // one channel: not read
     EXPECT_EQ(b.width, 5001u);     // a 0 replaces both
-    EXPECT_EQ(b.height, 5001u);
-    EXPECT_EQ(cfg.canvas[2].width, 1280u);
-    EXPECT_EQ(cfg.canvas[2].height, 720u);
+    EXPECT_EQ(vals({b.height, cfg.canvas[2].width, cfg.canvas[2].height}), vals({5001, 1280, 720}));
 
     // Sums are unsigned 32-bit; only the passes a channel has count.
     uint32_t w = 1, h = 1;
@@ -270,46 +223,31 @@ TEST_F(Canvas, DumpText)
     for (auto [c, p, b] : {std::array{0, 0, 0}, {1, 0, 1}, {1, 1, 6}, {1, 0, 0}})
         cfg.channels[c].src_buf[p][b].canvas_id = 0;
     cfg.channels[0].src_buf[1][3].canvas_id = 1;
-    const std::string text = R"(	canvas = {
-		{
-			type = "prev",
-			size = {1920, 1080},
-			source = {"chan_1.main","chan_1.second","chan_1.premain_1","chan_0.main",},
-			enable_order = 1,
-			vout_id = 1,
-			vout_YUV422 = 0,
-			extra_dram_buf = 2,
-			cached_items = 3,
-			enc_dummy_latency = 4,
-			frame_rate = 30,
-			zero_fps = 0,
-			fps_locked_enable = 0,
-			clear_background = 1, 
-			manual_feed = 0,
-			feed_frame_num = 5,
-			set_min_unlocked_buf_num = 0,
-			min_unlocked_buf_num = 6,
-			dsp_priv_dram = 0,
-			disable_yuv_dram = 0,
-			disable_me_dram = 0,
-			me_for_mf = 1,
-			enable_frame_tag = 0,
-			frame_tag_value = 0xabcd,
-			frame_tag_mask = 0xffffffff,
-		},
-	},
-)";
-    EXPECT_EQ(dump_canvas(cfg), text);
+    EXPECT_EQ(dump_canvas(cfg),
+              "\tcanvas = {\n\t\t{\n" +
+                  lines("\t\t\t", "type = \"prev\"; size = {1920, 1080}; source = "
+                                  "{\"chan_1.main\",\"chan_1.second\",\"chan_1.premain_1\","
+                                  "\"chan_0.main\",}; enable_order = 1; vout_id = 1; "
+                                  "vout_YUV422 = 0; extra_dram_buf = 2; cached_items = 3; "
+                                  "enc_dummy_latency = 4; frame_rate = 30; zero_fps = 0; "
+                                  "fps_locked_enable = 0") +
+                  "\t\t\tclear_background = 1, \n" + // the space is part of the format
+                  lines("\t\t\t", "manual_feed = 0; feed_frame_num = 5; "
+                                  "set_min_unlocked_buf_num = 0; min_unlocked_buf_num = 6; "
+                                  "dsp_priv_dram = 0; disable_yuv_dram = 0; disable_me_dram = 0; "
+                                  "me_for_mf = 1; enable_frame_tag = 0; frame_tag_value = 0xabcd; "
+                                  "frame_tag_mask = 0xffffffff") +
+                  "\t\t},\n\t},\n");
 
     // Without enable_order: channel index order.  The record's own flag
     // picks the rate; the preview lines are written for "prev" only.
     a.enable_order = 0, a.type = 1, cfg.enable_hp_fps = 1;
     std::string out = dump_canvas(cfg);
-    EXPECT_NE(
-        out.find("\t\t\ttype = \"encode\",\n\t\t\tsize = {1920, 1080},\n\t\t\tsource = "
-                 "{\"chan_0.main\",\"chan_1.main\",\"chan_1.second\",\"chan_1.premain_1\",},\n"
-                 "\t\t\tenable_order = 0,\n\t\t\textra_dram_buf = 2,\n"),
-        std::string::npos)
+    EXPECT_NE(out.find(lines("\t\t\t", "type = \"encode\"; size = {1920, 1080}; source = "
+                                       "{\"chan_0.main\",\"chan_1.main\",\"chan_1.second\","
+                                       "\"chan_1.premain_1\",}; enable_order = 0; "
+                                       "extra_dram_buf = 2")),
+              std::string::npos)
         << out;
     EXPECT_NE(out.find("\t\t\tframe_rate = 29970,\n"), std::string::npos);
 }
@@ -325,17 +263,17 @@ TEST_F(Canvas, DumpOfHandFilledRecord)
     std::string text = dump_canvas(cfg), twelve, log;
     for (int i = 0; i < 12; ++i)
         twelve += "\"chan_0.main_1\",";
-    const std::string head = "\tcanvas = {\n\t\t{\n\t\t\ttype = \"3\",\n\t\t\tsize = {0, 0},\n"
-                             "\t\t\tsource = {" +
-                             twelve + "},\n";
+    const std::string head =
+        "\tcanvas = {\n\t\t{\n" +
+        lines("\t\t\t", "type = \"3\"; size = {0, 0}; source = {" + twelve + "}");
     EXPECT_EQ(text.substr(0, head.size()), head);
     size_t canvases = 0;
     for (size_t at = 0; (at = text.find("\t\t{\n", at + 1)) != std::string::npos;)
         ++canvases;
     EXPECT_EQ(canvases, 12u);
     kiv_multi_chan_cfg back = chans(1);
-    EXPECT_EQ(parse_script("_resource_config_ = {\n" + text + "}", back, &log), -1);
-    EXPECT_EQ(log, CV + "invalid type(3) for canvas(0)\n");
+    EXPECT_EQ(run("_resource_config_ = {\n" + text + "}", back, &log, true), -1);
+    EXPECT_EQ(log, err(CV, "invalid type(3) for canvas(0)\n"));
 }
 
 // Values keep the low bits their fields hold; a dump read back on a record
@@ -351,32 +289,31 @@ TEST_F(Canvas, DumpReadsBackToTheSameRecords)
         cfg = back = channels;
         std::string log;
         ASSERT_EQ(
-            parse("{ type = 'prev', size = {720, 480}, vout_id = 3, vout_YUV422 = 1, "
-                  "manual_feed = 1, feed_frame_num = 200, extra_dram_buf = -1, "
-                  "min_unlocked_buf_num = 257, set_min_unlocked_buf_num = 1, cached_items = 511, "
-                  "enc_dummy_latency = 17, frame_rate = 30, zero_fps = 1, "
-                  "fps_locked_enable = 1, clear_background = 1, enable_order = 1, "
-                  "source = {'chan_2.fourth_1', 'chan_0.second', 'chan_2.main'}, "
-                  "dsp_priv_dram = 1, disable_yuv_dram = 1, disable_me_dram = 1, "
-                  "enable_frame_tag = 1, me_for_mf = 1, frame_tag_value = 0x1deadbeef, "
-                  "frame_tag_mask = 0xffff0000 },"
-                  "{ type = 'encode', size = {0, 0}, frame_rate = 60, vout_id = 1, "
-                  "source = {'chan_0.main', 'chan_1.premain_1', 'chan_2.fourth'} },"
-                  "{ type = 'off', size = {16, 0}, source = {'chan_1.sixth'} },",
-                  cfg, &log),
+            run("{ type = 'prev', size = {720, 480}, vout_id = 3, vout_YUV422 = 1, "
+                "manual_feed = 1, feed_frame_num = 200, extra_dram_buf = -1, "
+                "min_unlocked_buf_num = 257, set_min_unlocked_buf_num = 1, cached_items = 511, "
+                "enc_dummy_latency = 17, frame_rate = 30, zero_fps = 1, "
+                "fps_locked_enable = 1, clear_background = 1, enable_order = 1, "
+                "source = {'chan_2.fourth_1', 'chan_0.second', 'chan_2.main'}, "
+                "dsp_priv_dram = 1, disable_yuv_dram = 1, disable_me_dram = 1, "
+                "enable_frame_tag = 1, me_for_mf = 1, frame_tag_value = 0x1deadbeef, "
+                "frame_tag_mask = 0xffff0000 },"
+                "{ type = 'encode', size = {0, 0}, frame_rate = 60, vout_id = 1, "
+                "source = {'chan_0.main', 'chan_1.premain_1', 'chan_2.fourth'} },"
+                "{ type = 'off', size = {16, 0}, source = {'chan_1.sixth'} },",
+                cfg, &log),
             0);
         const kiv_canvas_cfg &c = cfg.canvas[0];
-        EXPECT_EQ(c.vout_id + c.feed_frame_num + c.min_unlocked_buf_num, 1u + 72u + 1u);
-        EXPECT_EQ(c.cached_items + c.enc_dummy_latency, 255u + 1u);
-        EXPECT_EQ(c.extra_dram_buf, 0xffffffffu);
-        EXPECT_EQ(c.frame_tag_value, 0xdeadbeefu);
+        EXPECT_EQ(vals({c.vout_id, c.feed_frame_num, c.min_unlocked_buf_num, c.cached_items,
+                        c.enc_dummy_latency, c.extra_dram_buf, c.frame_tag_value}),
+                  vals({1, 72, 1, 255, 1, 0xffffffffu, 0xdeadbeefu}));
         // The script's rate is whole frames, or thousandths with the flag.
         EXPECT_EQ(c.frame_rate, hp ? 1u : 30u);
         EXPECT_EQ(c.frame_rate_hp, hp ? 30u : 30000u);
         EXPECT_EQ(cfg.canvas[1].vout_id, 0u); // read for "prev" only
 
         std::string text = dump_canvas(cfg);
-        EXPECT_EQ(parse_script("_resource_config_ = {\n" + text + "}", back, &log), 0);
+        EXPECT_EQ(run("_resource_config_ = {\n" + text + "}", back, &log, true), 0);
         EXPECT_EQ(memcmp(&back, &cfg, sizeof cfg), 0) << text;
     }
 }

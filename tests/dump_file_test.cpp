@@ -15,13 +15,6 @@ using namespace kivtest;
 namespace
 {
 
-// The children below end by a signal whose default action dumps core.
-void no_core_dumps()
-{
-    struct rlimit none = {0, 0};
-    setrlimit(RLIMIT_CORE, &none);
-}
-
 class DumpFile : public Settings
 {
   protected:
@@ -31,7 +24,7 @@ class DumpFile : public Settings
         char tmpl[] = "/tmp/kivdump-XXXXXX";
         ASSERT_NE(mkdtemp(tmpl), nullptr);
         dir = tmpl;
-        kiv_init(&cfg);
+        cfg = fresh();
     }
     void TearDown() override
     {
@@ -49,6 +42,26 @@ class DumpFile : public Settings
             n += e->d_name[0] != '.';
         closedir(d);
         return n;
+    }
+    // Dumps to path in a child process whose writes fail past 64 bytes (the
+    // file size limit; SIGXFSZ handled as `xfsz`); returns its wait status.
+    int dump_in_child(const std::string &path, void (*xfsz)(int))
+    {
+        write(path, "the configuration that must survive");
+        fflush(nullptr);
+        pid_t pid = fork();
+        if (pid == 0) {
+            struct rlimit none = {0, 0}, lim = {64, 64};
+            setrlimit(RLIMIT_CORE, &none); // the signal's default action dumps core
+            setrlimit(RLIMIT_FSIZE, &lim);
+            signal(SIGXFSZ, xfsz);
+            if (!freopen("/dev/null", "w", stdout))
+                _exit(3);
+            _exit(kiv_dump_multi_chan_cfg(&cfg, path.c_str()) == 0 ? 0 : 4);
+        }
+        int status = 0;
+        EXPECT_EQ(waitpid(pid, &status, 0), pid);
+        return status;
     }
     std::string dir;
     kiv_multi_chan_cfg cfg;
@@ -84,24 +97,7 @@ TEST_F(DumpFile, DevicesAreWrittenInPlace)
 TEST_F(DumpFile, KilledMidwayLeavesTheOldFile)
 {
     std::string path = dir + "/cfg.lua";
-    write(path, "the configuration that must survive");
-    fflush(nullptr);
-    pid_t pid = fork();
-    ASSERT_GE(pid, 0);
-    if (pid == 0) {
-        // The file size limit kills the process (SIGXFSZ) in the middle of
-        // writing the dump.
-        no_core_dumps();
-        struct rlimit lim = {64, 64};
-        setrlimit(RLIMIT_FSIZE, &lim);
-        signal(SIGXFSZ, SIG_DFL);
-        if (!freopen("/dev/null", "w", stdout))
-            _exit(3);
-        kiv_dump_multi_chan_cfg(&cfg, path.c_str());
-        _exit(0);
-    }
-    int status = 0;
-    ASSERT_EQ(waitpid(pid, &status, 0), pid);
+    int status = dump_in_child(path, SIG_DFL); // killed in the middle of writing
     ASSERT_TRUE(WIFSIGNALED(status));
     EXPECT_EQ(WTERMSIG(status), SIGXFSZ);
     EXPECT_EQ(read_file(path), "the configuration that must survive");
@@ -109,25 +105,10 @@ TEST_F(DumpFile, KilledMidwayLeavesTheOldFile)
 
 TEST_F(DumpFile, WriteErrorKeepsTheOldFile)
 {
-    // With the size limit and SIGXFSZ ignored, writes fail with an error.
     std::string path = dir + "/cfg.lua";
-    write(path, "old");
-    fflush(nullptr);
-    pid_t pid = fork();
-    ASSERT_GE(pid, 0);
-    if (pid == 0) {
-        no_core_dumps();
-        struct rlimit lim = {64, 64};
-        setrlimit(RLIMIT_FSIZE, &lim);
-        signal(SIGXFSZ, SIG_IGN);
-        if (!freopen("/dev/null", "w", stdout))
-            _exit(3);
-        _exit(kiv_dump_multi_chan_cfg(&cfg, path.c_str()) == 0 ? 0 : 4);
-    }
-    int status = 0;
-    ASSERT_EQ(waitpid(pid, &status, 0), pid);
+    int status = dump_in_child(path, SIG_IGN); // writes fail with an error
     ASSERT_TRUE(WIFEXITED(status));
     EXPECT_EQ(WEXITSTATUS(status), 0); // the result stays 0
-    EXPECT_EQ(read_file(path), "old");
+    EXPECT_EQ(read_file(path), "the configuration that must survive");
     EXPECT_EQ(files(), 1);
 }

@@ -3,7 +3,6 @@
 #include "kiv_test.h"
 
 #include <cstring>
-#include <sys/stat.h>
 
 #include "core/log.h"
 #include "core/run.h"
@@ -23,15 +22,6 @@ class Bounds : public Settings
 {
 };
 
-bool all_bytes(const void *p, size_t n, unsigned char v)
-{
-    const unsigned char *b = static_cast<const unsigned char *>(p);
-    for (size_t i = 0; i < n; ++i)
-        if (b[i] != v)
-            return false;
-    return true;
-}
-
 // A record that holds something everywhere, to see what a load resets.
 kiv_multi_chan_cfg dirty_record()
 {
@@ -39,6 +29,14 @@ kiv_multi_chan_cfg dirty_record()
     memset(&cfg, 0x5a, sizeof cfg);
     return cfg;
 }
+
+bool untouched(const kiv_multi_chan_cfg &cfg)
+{
+    const kiv_multi_chan_cfg dirty = dirty_record();
+    return memcmp(&cfg, &dirty, sizeof cfg) == 0;
+}
+
+const std::string LOADER = "kiv_get_multi_chan_cfg";
 
 } // namespace
 
@@ -57,151 +55,130 @@ TEST_F(Loader, InitResetsEverything)
     for (auto &canvas : expected.canvas)
         canvas.id = -1;
     EXPECT_EQ(memcmp(&cfg, &expected, sizeof cfg), 0);
-
     EXPECT_EQ(masked([] { EXPECT_EQ(kiv_init(nullptr), -1); }),
-              "KIV_ERROR:: kiv_init(N): the 1st is NULL\n");
+              err("kiv_init", "the 1st is NULL\n"));
 }
 
-// The frame's own lines come before those of the section parsers, which a
-// script of top-level items only makes fail; what the frame stores and sets
-// stays in force.
+// What the frame stores and sets stays in force when a section parser
+// fails later.
 TEST_F(Loader, TopLevelItems)
 {
     kiv_multi_chan_cfg cfg = dirty_record();
     auto r = load("_resource_config_ = { version = 1, log_level = 3 }", &cfg);
-    EXPECT_EQ(
-        r.log.rfind("KIV_DEBUG:: kiv_is_item_exist_str(N): item(enable_hp_fps) doesn't exist\n"
-                    "KIV_WARN:: kiv_get_multi_chan_cfg(N): item(enable_hp_fps) doesn't exist, "
-                    "set 0 by default.\n"
-                    "KIV_DEBUG:: kiv_is_item_exist_str(N): item(vin_short_line_detect) doesn't "
-                    "exist\n"
-                    "KIV_WARN:: kiv_get_multi_chan_cfg(N): item(vin_short_line_detect) doesn't "
-                    "exist, set 0 by default.\n",
-                    0),
-        0u)
+    EXPECT_EQ(r.log.rfind("KIV_DEBUG:: kiv_is_item_exist_str(N): item(enable_hp_fps) doesn't "
+                          "exist\n" +
+                              absent(LOADER, "enable_hp_fps"),
+                          0),
+              0u)
         << r.log;
     EXPECT_EQ(kiv_get_log_level(), 3); // stays in force after the call
     EXPECT_EQ(cfg.version, 1);
-    EXPECT_EQ(cfg.enable_hp_fps, 0u);
     EXPECT_EQ(cfg.channels[1].id, 0xFF); // reset by the load
 
     // Only bit 0 of the switches counts; the process-wide flag follows.
     kiv_set_log_level(1);
     load("_resource_config_ = { version = 257, enable_hp_fps = 3, vin_short_line_detect = 2 }",
          &cfg);
-    EXPECT_EQ(cfg.version, 1);
-    EXPECT_EQ(cfg.enable_hp_fps, 1u);
-    EXPECT_EQ(cfg.vin_short_line_detect, 0u);
+    EXPECT_EQ(vals({cfg.version, cfg.enable_hp_fps, cfg.vin_short_line_detect}), vals({1, 1, 0}));
     EXPECT_EQ(kiv_get_hp_fps(), 1);
-
     // A later load without the item clears the flag again.
     load("_resource_config_ = { version = 0 }", &cfg);
     EXPECT_EQ(kiv_get_hp_fps(), 0);
-}
 
-TEST_F(Loader, LogLevelItem)
-{
-    kiv_multi_chan_cfg cfg;
-    auto r = load("_resource_config_ = { version = 1, log_level = 4 }", &cfg);
-    EXPECT_EQ(r.log.rfind("KIV_WARN:: kiv_get_multi_chan_cfg(N): log_level(4) should be less "
-                          "equal than 3, use default level(1)\n",
+    r = load("_resource_config_ = { version = 1, log_level = 4 }", &cfg);
+    EXPECT_EQ(r.log.rfind(warn(LOADER, "log_level(4) should be less equal than 3, use default "
+                                       "level(1)\n"),
                           0),
               0u)
         << r.log;
     EXPECT_EQ(kiv_get_log_level(), 1);
-    load("_resource_config_ = { version = 1, log_level = -1 }", &cfg);
-    EXPECT_EQ(kiv_get_log_level(), 255);
-    load("_resource_config_ = { version = 1, log_level = 0 }", &cfg);
-    EXPECT_EQ(kiv_get_log_level(), 0);
+    for (int level : {-1, 0}) {
+        load("_resource_config_ = { version = 1, log_level = " + std::to_string(level) + " }",
+             &cfg);
+        EXPECT_EQ(kiv_get_log_level(), level & 0xFF);
+    }
 }
 
-TEST_F(Loader, FailuresOfTheFrame)
-{
-    kiv_multi_chan_cfg cfg = dirty_record();
-    EXPECT_EQ(masked([&] { EXPECT_EQ(kiv_get_multi_chan_cfg(nullptr, &cfg), -1); }),
-              "KIV_ERROR:: kiv_get_multi_chan_cfg(N): the 1st or 2nd param is NULL\n");
-    EXPECT_EQ(masked([&] { EXPECT_EQ(kiv_get_multi_chan_cfg("x.lua", nullptr), -1); }),
-              "KIV_ERROR:: kiv_get_multi_chan_cfg(N): the 1st or 2nd param is NULL\n");
-
-    // Failures before the script has run leave the record untouched.
-    auto r = load("_resource_config_ = { version = 1 ", &cfg);
-    EXPECT_EQ(r.ret, -2);
-    EXPECT_NE(r.log.find("KIV_ERROR:: kiv_get_multi_chan_cfg(N): lua error msg is "),
-              std::string::npos);
-    EXPECT_NE(r.log.find("'}' expected"), std::string::npos);
-    EXPECT_TRUE(all_bytes(&cfg, sizeof cfg, 0x5a));
-
-    // No standard library is opened: print is nil.
-    r = load("print('hello')\n_resource_config_ = { version = 1 }", &cfg);
-    EXPECT_EQ(r.ret, -2);
-    EXPECT_NE(r.log.find("attempt to call a nil value (global 'print')"), std::string::npos);
-    EXPECT_TRUE(all_bytes(&cfg, sizeof cfg, 0x5a));
-
-    std::string log =
-        masked([&] { EXPECT_EQ(kiv_get_multi_chan_cfg("/nonexistent/dir/cfg.lua", &cfg), -2); });
-    EXPECT_EQ(log, "KIV_ERROR:: kiv_get_multi_chan_cfg(N): lua error msg is cannot open "
-                   "/nonexistent/dir/cfg.lua: No such file or directory.\n");
-
-    // From here on the record has been reset.
-    r = load("other = {}", &cfg);
-    EXPECT_EQ(r.ret, -1);
-    EXPECT_EQ(r.log, "KIV_ERROR:: kiv_get_multi_chan_cfg(N): invalid multi_channel config file\n");
-    EXPECT_EQ(cfg.channels[0].id, 0xFF);
-    EXPECT_EQ(load("_resource_config_ = 5", &cfg).ret, -1);
-
-    r = load("_resource_config_ = { log_level = 3 }", &cfg);
-    EXPECT_EQ(r.ret, -2);
-    EXPECT_EQ(r.log, "KIV_ERROR:: kiv_get_multi_chan_cfg(N): item(version) doesn't exist.\n");
-    EXPECT_EQ(kiv_get_log_level(), 1); // not read: version failed first
-
-    r = load("_resource_config_ = { version = 2 }", &cfg);
-    EXPECT_EQ(r.ret, -1);
-    EXPECT_EQ(r.log, "KIV_ERROR:: kiv_get_multi_chan_cfg(N): invalid multi-channel lua version: "
-                     "2, current version is: 1\n");
-    EXPECT_EQ(cfg.version, 2);
-}
-
+// Every exit of the loader reports its failure and closes the script's state
+// exactly once; a failure before the script has run leaves the record
+// untouched; a faulty memory layout never fails the load.
 TEST_F(Loader, StateIsClosedOnEveryPath)
 {
-    kiv_multi_chan_cfg cfg;
-    const char *scripts[] = {
-        "_resource_config_ = { version = 1, channels = {} }",
-        "syntax error here",
-        "x = nil + 1",
-        "_resource_config_ = 1",
-        "_resource_config_ = { version = 9 }",
+    const std::string top = "_resource_config_ = { version = 1, ";
+    const std::string head = top + CHANNEL_0 + ", " + CANVAS_0;
+    const std::string ok = head + ", streams = {{ id = 0, max_size = {8, 8} }}";
+    struct {
+        std::string text;
+        int32_t ret;
+        std::string log; // the whole log, or (when `part`) a part of its last line
+        bool part = false, untouched = false;
+    } cases[] = {
+        {"_resource_config_ = { version = 1 ", -2, "'}' expected", true, true},
+        {"print('hello')", -2, "attempt to call a nil value (global 'print')", true, true},
+        {"x = nil + 1", -2, "attempt to perform arithmetic on a nil value", true, true},
+        {"other = {}", -1, err(LOADER, "invalid multi_channel config file\n")},
+        {"_resource_config_ = 5", -1, err(LOADER, "invalid multi_channel config file\n")},
+        {"_resource_config_ = { log_level = 3 }", -2,
+         err(LOADER, "item(version) doesn't exist.\n")},
+        {"_resource_config_ = { version = 2 }", -1,
+         err(LOADER, "invalid multi-channel lua version: 2, current version is: 1\n")},
+        {top + "channels = {} }", -2, err(LOADER, "get channel config error\n"), true},
+        {top + CHANNEL_0 + ", chan_groups = {{}, {}} }", -2,
+         err(LOADER, "get chan group config error\n"), true},
+        {top + CHANNEL_0 + " }", -2, err(LOADER, "get canvas config error\n"), true},
+        {head + " }", -2, err(LOADER, "get stream config error\n"), true},
+        {ok + ", resource_mem_layout = { max_chan_num = 9 } }", 0, "", true},
+        {ok + " }", 0, "", true},
     };
-    for (const char *text : scripts) {
+    for (const auto &c : cases) {
+        kiv_multi_chan_cfg cfg = dirty_record();
         kiv_run_counts before = kiv_get_run_counts();
-        load(text, &cfg);
+        auto r = load(c.text, &cfg);
         kiv_run_counts after = kiv_get_run_counts();
-        EXPECT_EQ(after.created - before.created, 1u) << text;
-        EXPECT_EQ(after.closed - before.closed, 1u) << text;
+        EXPECT_EQ(r.ret, c.ret) << c.text;
+        EXPECT_EQ(after.created - before.created, 1u) << c.text;
+        EXPECT_EQ(after.closed - before.closed, 1u) << c.text;
+        std::string last = r.log.substr(r.log.rfind('\n', r.log.size() - 2) + 1);
+        if (c.part) {
+            EXPECT_NE(last.find(c.log), std::string::npos) << c.text << ": " << r.log;
+        } else {
+            EXPECT_EQ(r.log, c.log) << c.text;
+        }
+        EXPECT_EQ(untouched(cfg), c.untouched) << c.text;
+        EXPECT_EQ(cfg.channels[2].id, c.untouched ? 0x5a : 0xFF) << c.text; // reset or not
+        EXPECT_EQ(kiv_get_log_level(), 1); // log_level is read after version
     }
+    for (const char *path : {(const char *)nullptr, "x.lua"}) {
+        kiv_multi_chan_cfg cfg = dirty_record();
+        EXPECT_EQ(
+            masked([&] { EXPECT_EQ(kiv_get_multi_chan_cfg(path, path ? nullptr : &cfg), -1); }),
+            err(LOADER, "the 1st or 2nd param is NULL\n"));
+    }
+    kiv_multi_chan_cfg cfg = dirty_record();
+    EXPECT_EQ(
+        masked([&] { EXPECT_EQ(kiv_get_multi_chan_cfg("/nonexistent/d/cfg.lua", &cfg), -2); }),
+        err(LOADER, "lua error msg is cannot open /nonexistent/d/cfg.lua: No such file or "
+                    "directory.\n"));
+    EXPECT_TRUE(untouched(cfg));
 }
 
 TEST_F(Bounds, HostileScriptsEndInAnOrderlyFailure)
 {
     kiv_set_run_limits(64u << 20, 50'000'000);
     kiv_multi_chan_cfg cfg;
-    struct {
-        const char *what;
-        const char *text;
-        const char *message;
-    } cases[] = {
-        {"endless loop", "while true do end", "exceeded the instruction limit"},
-        {"unbounded allocation", "local t = {} local i = 1 while true do t[i] = {i} i = i + 1 end",
-         "not enough memory"},
-        {"huge string", "local s = 'x' while true do s = s .. s end", "not enough memory"},
-        {"deep recursion", "local function f(n) return 1 + f(n + 1) end f(1)", "stack overflow"},
-        {"deep nesting", "local t = {} for i = 1, 1e5 do t = {t} end _resource_config_ = t",
+    const std::pair<const char *, const char *> cases[] = {
+        {"while true do end", "exceeded the instruction limit"},
+        {"local t = {} local i = 1 while true do t[i] = {i} i = i + 1 end", "not enough memory"},
+        {"local s = 'x' while true do s = s .. s end", "not enough memory"},
+        {"local function f(n) return 1 + f(n + 1) end f(1)", "stack overflow"},
+        {"local t = {} for i = 1, 1e5 do t = {t} end _resource_config_ = t",
          "item(version) doesn't exist."},
-        {"indexing nothing", "_resource_config_.version = 1", "attempt to index a nil value"},
+        {"_resource_config_.version = 1", "attempt to index a nil value"},
     };
-    for (const auto &c : cases) {
-        auto r = load(c.text, &cfg);
-        EXPECT_LT(r.ret, 0) << c.what;
-        EXPECT_NE(r.log.find(c.message), std::string::npos) << c.what << ": " << r.log;
+    for (const auto &[text, message] : cases) {
+        auto r = load(text, &cfg);
+        EXPECT_LT(r.ret, 0) << text;
+        EXPECT_NE(r.log.find(message), std::string::npos) << text << ": " << r.log;
     }
 }
 
@@ -219,55 +196,10 @@ TEST_F(Bounds, ReadingStepRunsOutOfMemoryCleanly)
         if (ret != 0) {
             ++failures;
             EXPECT_EQ(ret, -2) << limit;
-            EXPECT_NE(log.find("KIV_ERROR:: kiv_get_multi_chan_cfg(N): "), std::string::npos);
+            EXPECT_NE(log.find(err(LOADER, "")), std::string::npos);
         }
     }
     EXPECT_GT(failures, 0);
-}
-
-TEST_F(Dump, FreshRecord)
-{
-    kiv_multi_chan_cfg cfg;
-    kiv_init(&cfg);
-    EXPECT_EQ(dump(cfg), "_resource_config_ = {\n"
-                         "\tversion = 1,\n"
-                         "\tlog_level = 1,\n"
-                         "\tenable_hp_fps = 0,\n"
-                         "\tvin_short_line_detect = 0,\n"
-                         "\tchannels = {\n"
-                         "\t},\n"
-                         "\tcanvas = {\n"
-                         "\t},\n"
-                         "\tstreams = {\n"
-                         "\t},\n"
-                         "}\n"
-                         "\nreturn _resource_config_\n");
-}
-
-TEST_F(Dump, FrameLinesAndErrors)
-{
-    EXPECT_EQ(masked([] { EXPECT_EQ(kiv_dump_multi_chan_cfg(nullptr, "x"), -1); }),
-              "KIV_ERROR:: kiv_dump_multi_chan_cfg(N): the 1st param is NULL\n");
-
-    kiv_multi_chan_cfg cfg;
-    kiv_init(&cfg);
-    cfg.version = 0;
-    cfg.enable_hp_fps = 1;
-    cfg.vin_short_line_detect = 1;
-    kiv_set_log_level(3);
-    std::string text = dump(cfg);
-    EXPECT_NE(text.find("\tversion = 1,\n\tlog_level = 3,\n\tenable_hp_fps = 1,\n"
-                        "\tvin_short_line_detect = 1,\n"),
-              std::string::npos);
-
-    // A null path, or one that cannot be opened, writes to standard output.
-    kiv_set_log_level(1);
-    std::string out = capture([&] { EXPECT_EQ(kiv_dump_multi_chan_cfg(&cfg, nullptr), 0); });
-    EXPECT_EQ(out, text.replace(text.find("log_level = 3"), 13, "log_level = 1"));
-    out = masked([&] { EXPECT_EQ(kiv_dump_multi_chan_cfg(&cfg, "/nonexistent/dir/x.lua"), 0); });
-    EXPECT_EQ(out, "KIV_ERROR:: kiv_dump_multi_chan_cfg(N): Open file [/nonexistent/dir/x.lua] "
-                   "error, output to console\n" +
-                       text);
 }
 
 TEST_F(Bounds, ErrorValuesWithoutText)
@@ -283,5 +215,103 @@ TEST_F(Bounds, ErrorValuesWithoutText)
     std::string log =
         masked([&] { ret = kiv_run_script("reader", path.c_str(), raise_table, nullptr, -5, -7); });
     EXPECT_EQ(ret, -7);
-    EXPECT_EQ(log, "KIV_ERROR:: reader(N): lua error msg is (error object is a table value).\n");
+    EXPECT_EQ(log, err("reader", "lua error msg is (error object is a table value).\n"));
+}
+
+TEST_F(Dump, FrameLinesAndErrors)
+{
+    EXPECT_EQ(masked([] { EXPECT_EQ(kiv_dump_multi_chan_cfg(nullptr, "x"), -1); }),
+              err("kiv_dump_multi_chan_cfg", "the 1st param is NULL\n"));
+    kiv_multi_chan_cfg cfg = fresh();
+    EXPECT_EQ(dump(cfg), "_resource_config_ = {\n" +
+                             lines("\t", "version = 1; log_level = 1; enable_hp_fps = 0; "
+                                         "vin_short_line_detect = 0; channels = {\n\t}; "
+                                         "canvas = {\n\t}; streams = {\n\t}") +
+                             "}\n\nreturn _resource_config_\n");
+    // The version written is the current one; the log level is the process's.
+    cfg.version = 0;
+    cfg.enable_hp_fps = 1;
+    cfg.vin_short_line_detect = 1;
+    kiv_set_log_level(3);
+    std::string text = dump(cfg);
+    EXPECT_NE(text.find(lines("\t", "version = 1; log_level = 3; enable_hp_fps = 1; "
+                                    "vin_short_line_detect = 1")),
+              std::string::npos);
+
+    // A null path, or one that cannot be opened, writes to standard output.
+    kiv_set_log_level(1);
+    std::string out = capture([&] { EXPECT_EQ(kiv_dump_multi_chan_cfg(&cfg, nullptr), 0); });
+    EXPECT_EQ(out, text.replace(text.find("log_level = 3"), 13, "log_level = 1"));
+    out = masked([&] { EXPECT_EQ(kiv_dump_multi_chan_cfg(&cfg, "/nonexistent/dir/x.lua"), 0); });
+    EXPECT_EQ(out, err("kiv_dump_multi_chan_cfg", "Open file [/nonexistent/dir/x.lua] error, "
+                                                  "output to console\n") +
+                       text);
+}
+
+// Every optional key that is absent warns, section by section in the order
+// the loader reads them (two channels with their required items only, so
+// that a canvas reads enable_order).
+TEST_F(Loader, EveryAbsentKeyWarnsInReadingOrder)
+{
+    const std::string chan = "{ sensor_ctrl = 1, max_padding_width = 64, main = { max_output = "
+                             "{8, 8}, input = {0, 0, 8, 8}, output = {0, 0, 8, 8} }, vsrc = { "
+                             "vsrc_id = 0, mode = '1080p', fps = 30, hdr_mode = 'linear' }, id = ";
+    kiv_multi_chan_cfg cfg;
+    auto r = load("_resource_config_ = { version = 1, channels = { " + chan + "0 }, " + chan +
+                      "1 } }, " + NO_GROUPS +
+                      ", canvas = { { type = 'off', size = {8, 8}, source = {'chan_0.main', "
+                      "'chan_1.main'} } }, streams = { { id = 0, max_size = {8, 8} } }, "
+                      "resource_mem_layout = { max_chan_num = 1, max_stream_num = 1, "
+                      "channels_mem = { { max_vin = {8, 8} } }, streams_mem = { { max_stream = "
+                      "{8, 8} } } } }",
+                  &cfg);
+    ASSERT_EQ(r.ret, 0) << r.log;
+    std::string want = absent(LOADER, "enable_hp_fps vin_short_line_detect");
+    for (int id = 0; id < 2; ++id) {
+        const std::string n = std::to_string(id);
+        want +=
+            absent("kiv_get_channel_cfg",
+                   "vsrc_ctx app_img_profile low_delay_vin_vout packing_mode_enable raw_capture "
+                   "hdec_raw_format raw_dsp_priv_dram eis_delay_count raw_manual_feed "
+                   "raw_feed_frame_num raw_cached_items extra_iso_cfg reuse_src_chan_iso_cfg "
+                   "idsp_fps idsp_fps_locked_enable debug_stitch_slice_num mcts_crop_out_enable "
+                   "max_raw_height extra_downscale max_main_input_width lens_warp "
+                   "lens_warp_hi_ef_factor max_vwarp_wait_lines max_vwarp_blk_height expo_num "
+                   "blend_left_or_top blend_right_or_bot max_cawarp_h_spacing "
+                   "srcbuf_to_skip_blend mctf_cmpr mctf_10bit_ref main_burst_tile "
+                   "use_vsrc_ctx_pattern trigger_led enable_group invert_mode rotate_cw hflip "
+                   "vflip raw_vflip vcap_mode_flags dis_enable debug_default_hds_coeff "
+                   "debug_disable_vin_12x_ds vsrc_region_num vsrc_region_map luma_alpha_blend "
+                   "extract_mono is_still_fusion enable_tml_raw_packing enable_tml_proc "
+                   "srcbuf_to_fusion pass_num mc_mask_buf_ds") +
+            warn("kiv_get_pyramid_cfg", "item(pyramid) doesn't exist\n") +
+            warn("kiv_get_channel_cfg", "pyramid of channel(" + n + ") doen't exist\n") +
+            absent("kiv_get_vsrc_cfg", "vsrc_status max_fps dg_mode bits vsrc_ctx_switch mirror "
+                                       "bayer") +
+            warn("kiv_get_vsrc_cfg", "item(calib_data) doesn't exit, set to 0.\n") +
+            warn("kiv_get_vsrc_cfg", "item(virt_mode_cfg_enable) doesn't exit, set to 0.\n") +
+            warn("kiv_get_img_stats_src_chan_id", "item(img_stats_src_chan) of channel(" + n +
+                                                      ") doesn't exist, default to " + n + "\n") +
+            absent("kiv_get_multi_region_warp", "max_warp_input_width max_warp_output_width");
+    }
+    const std::string cv = "kiv_get_canvas_cfg";
+    want +=
+        absent(cv, "manual_feed feed_frame_num extra_dram_buf min_unlocked_buf_num "
+                   "set_min_unlocked_buf_num cached_items enc_dummy_latency") +
+        warn(cv, "item(frame_rate) doesn't exist, set 0 by default, and will be the same as "
+                 "the idsp fps\n") +
+        absent(cv, "zero_fps fps_locked_enable clear_background") +
+        absent("kiv_set_source_buffer_canvas_id", "enable_order") +
+        absent(cv, "dsp_priv_dram disable_yuv_dram disable_me_dram enable_frame_tag me_for_mf "
+                   "frame_tag_value frame_tag_mask") +
+        absent("kiv_get_stream_cfg", "max_M fast_seek_enable possible_enc_src_map "
+                                     "two_ref_enable max_svct_layers_minus_1 "
+                                     "max_num_minus_1_ltrs codec_enable stream_mv_statis_enable "
+                                     "stream_pic_statis_enable js_enable used_for_vout_enable "
+                                     "efm_enable dis_enable") +
+        absent("kiv_get_mem_cfg_resource", "mask_possible mc_mask_possible warp_possible "
+                                           "mask_buf_max_num mc_mask_buf_max_num "
+                                           "mc_mask_buf_ds warp_buf_max_num warp_area_max_num "
+                                           "qpm_possible qpm_max_matrix_num qpm_buf_max_num");
+    EXPECT_EQ(r.log, want);
 }

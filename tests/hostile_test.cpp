@@ -96,11 +96,6 @@ int for_each_variant(const std::string &file, const char *root,
     return n;
 }
 
-std::string example(const char *name)
-{
-    return std::string(KIV_SOURCE_DIR) + "/examples/" + name;
-}
-
 } // namespace
 
 TEST_F(Hostile, MultiChannelScriptsWithWrongTypes)

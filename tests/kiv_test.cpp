@@ -1,6 +1,8 @@
 #include "kiv_test.h"
 
+#include <algorithm>
 #include <cstdio>
+#include <cstring>
 #include <cstdlib>
 #include <fstream>
 #include <regex>
@@ -97,6 +99,63 @@ std::string dump(const kiv_multi_chan_cfg &cfg)
     std::string log = capture([&] { kiv_dump_multi_chan_cfg(&cfg, path.c_str()); });
     EXPECT_EQ(log, "");
     return read_file(path);
+}
+
+std::string example(const char *name)
+{
+    return std::string(KIV_SOURCE_DIR) + "/examples/" + name;
+}
+
+std::string err(const std::string &fn, const std::string &text)
+{
+    return "KIV_ERROR:: " + fn + "(N): " + text;
+}
+
+std::string warn(const std::string &fn, const std::string &text)
+{
+    return "KIV_WARN:: " + fn + "(N): " + text;
+}
+
+std::string absent(const std::string &fn, const std::string &keys)
+{
+    std::istringstream in(keys);
+    std::string out;
+    for (std::string key; in >> key;)
+        out += warn(fn, "item(" + key + ") doesn't exist, set 0 by default.\n");
+    return out;
+}
+
+std::string no_array(const std::string &key)
+{
+    return warn("kiv_get_array_item_num_str", "array item(" + key + ") doesn't exist\n");
+}
+
+std::string only(const std::string &log, const std::string &tag)
+{
+    std::istringstream in(log);
+    std::string line, out;
+    while (std::getline(in, line))
+        if (line.find(tag) != std::string::npos)
+            out += line + "\n";
+    return out;
+}
+
+std::string lines(const std::string &indent, const std::string &items)
+{
+    std::string out;
+    for (size_t at = 0, end; at < items.size(); at = end + 2) {
+        end = std::min(items.find("; ", at), items.size());
+        std::string item = items.substr(at, end - at);
+        out += item.rfind("--", 0) == 0 ? item + "\n" : indent + item + ",\n";
+    }
+    return out;
+}
+
+kiv_multi_chan_cfg fresh()
+{
+    kiv_multi_chan_cfg cfg;
+    kiv_init(&cfg);
+    return cfg;
 }
 
 lua_script::lua_script(const std::string &text, const char *table) : L_(luaL_newstate())

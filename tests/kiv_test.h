@@ -79,6 +79,51 @@ extern const char *const NO_GROUPS; // "chan_groups = {}"
 // Reads a whole file.
 std::string read_file(const std::string &path);
 
+// The path of a shipped example.
+std::string example(const char *name);
+
+// Log lines as the library writes them (line numbers masked).
+std::string err(const std::string &fn, const std::string &text);
+std::string warn(const std::string &fn, const std::string &text);
+// The WARN of each optional key in `keys` (separated by spaces) that is
+// absent and set to 0, in that order.
+std::string absent(const std::string &fn, const std::string &keys);
+// The WARN of an array item that does not exist (or is no table).
+std::string no_array(const std::string &key);
+// The lines of `log` that contain `tag`.
+std::string only(const std::string &log, const std::string &tag);
+
+// Dump lines: each of `items` (separated by "; ") on its own line after
+// `indent` and followed by ","; an item starting with "--" (a section
+// comment) is written as it stands.
+std::string lines(const std::string &indent, const std::string &items);
+
+// Runs one parser on a script text, with the global `table` on top of the
+// stack; checks that the parser leaves the stack as it found it.
+template <class R>
+load_result parse(int32_t (*parser)(lua_State *, R *), const std::string &text, R *rec,
+                  const char *table = "_resource_config_")
+{
+    lua_script s(text, table);
+    load_result r{};
+    r.log = masked([&] { r.ret = parser(s.L(), rec); });
+    EXPECT_EQ(lua_gettop(s.L()), s.top()) << text;
+    return r;
+}
+
+// What one writer prints for cfg.
+template <class W>
+std::string dumped(W writer, const kiv_multi_chan_cfg &cfg)
+{
+    return capture([&] { writer(&cfg, nullptr); });
+}
+
+// Several fields compared at once: EXPECT_EQ(vals({a.x, a.y}), vals({1, 2})).
+using vals = std::vector<int64_t>;
+
+// A record as kiv_init leaves it.
+kiv_multi_chan_cfg fresh();
+
 // Sets the process-wide log level and high-precision flag for one test and
 // restores the initial values (1 and 0) afterwards.
 class Settings : public testing::Test
