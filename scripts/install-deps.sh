@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Installs the Debian packages the build and the tests need, when missing.
 set -euo pipefail
-packages=(cmake ninja-build g++ clang libclang-rt-14-dev valgrind pkg-config liblua5.3-dev libgtest-dev googletest binutils)
+packages=(cmake ninja-build g++ clang libclang-rt-14-dev valgrind pkg-config liblua5.3-dev libgtest-dev googletest libbenchmark-dev binutils)
 missing=()
 for p in "${packages[@]}"; do
     dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
