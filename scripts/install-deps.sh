@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Installs the Debian packages the build and the tests need, when missing.
 set -euo pipefail
-packages=(cmake ninja-build g++ clang libclang-rt-14-dev valgrind pkg-config liblua5.3-dev libgtest-dev googletest binutils
+packages=(cmake ninja-build g++ clang libclang-rt-14-dev valgrind pkg-config liblua5.3-dev libgtest-dev googletest libbenchmark-dev binutils
           libcli11-dev nlohmann-json3-dev librsvg2-bin libpng-dev)
 missing=()
 for p in "${packages[@]}"; do

@@ -111,7 +111,11 @@ TEST_F(Calib, HundredThousandPairs)
     const uint32_t n = 100000;
     std::string text = "calib_data = {\n";
     for (uint32_t i = 0; i < n; ++i)
-        text += "{" + std::to_string(0x10000000u + 4 * i) + ", " + std::to_string(i * 7) + "},\n";
+        text.append("{")
+            .append(std::to_string(0x10000000u + 4 * i))
+            .append(", ")
+            .append(std::to_string(i * 7))
+            .append("},\n");
     std::string path = script(text + "}\n");
 
     EXPECT_EQ(kiv_get_calib_data_size(path.c_str()), static_cast<int32_t>(n));

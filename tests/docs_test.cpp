@@ -123,9 +123,11 @@ TEST_F(Docs, EveryNameSpelledOutInTheSourcesIsDocumented)
             for (const auto &file : std::filesystem::directory_iterator(dir.path()))
                 if (file.path().extension() == ".cpp")
                     collect(read_file(file.path().string()), R"x("([A-Za-z_]\w+)")x", &names);
-    // Function names appear in the log, not in scripts.
+    // Function names appear in the log, not in scripts; a name ending in an
+    // underscore is the prefix of names built at run time (chan_<n>).
     std::erase_if(names, [](const std::string &n) {
-        return n.starts_with("kiv_") || n.starts_with("do_kiv_") || n == "parse_src_buffer_cfg";
+        return n.starts_with("kiv_") || n.starts_with("do_kiv_") || n == "parse_src_buffer_cfg" ||
+               n.ends_with("_");
     });
     EXPECT_GT(names.size(), 150u);
     EXPECT_EQ(undocumented(names), std::vector<std::string>{});

@@ -54,18 +54,15 @@ uint32_t kiv_aisp_entries_of(const kiv_aisp_fill *fill, uint32_t nn)
 static int32_t read_map_ids(lua_State *L, kiv_nn_map *map)
 {
     KIV_STACK_GUARD(L);
-    int32_t n = kiv_get_array_item_num_str(L, "id");
+    int32_t ids[MAP_MAX_IDS];
+    int32_t n = kiv_get_array_integers_str(L, "id", ids, MAP_MAX_IDS);
     if (n < 1 || n > MAP_MAX_IDS) {
         // The same words for a poke map.
         KIV_ERR(FN_MAP, "invalid port id num!\n");
         return -2;
     }
-    for (int32_t i = 0; i < n; ++i) {
-        int32_t v = 0;
-        if (kiv_get_array_integer_item_str(L, "id", i, &v) != 0)
-            return -2;
-        map->id[i] = static_cast<uint8_t>(v);
-    }
+    for (int32_t i = 0; i < n; ++i)
+        map->id[i] = static_cast<uint8_t>(ids[i]);
     return 0;
 }
 

@@ -27,13 +27,48 @@ static int passes_of(const kiv_channel_cfg &chan)
     return chan.pass_num < 2 ? chan.pass_num : 2;
 }
 
+// Appends the decimal form of v (0 or more) to buf at *n, cut at the end of
+// the buffer; *n counts what did not fit too.
+static void append_uint(char (&buf)[NAME_CAP], int *n, unsigned v)
+{
+    char digits[12];
+    int k = 0;
+    do {
+        digits[k++] = static_cast<char>('0' + v % 10);
+        v /= 10;
+    } while (v != 0);
+    while (k > 0) {
+        char d = digits[--k];
+        if (*n < NAME_CAP - 1)
+            buf[*n] = d;
+        ++*n;
+    }
+}
+
+static void append_str(char (&buf)[NAME_CAP], int *n, const char *s)
+{
+    for (; *s; ++s, ++*n)
+        if (*n < NAME_CAP - 1)
+            buf[*n] = *s;
+}
+
 // The name of buffer b of pass p of the channel at position c:
 // "chan_<c>.<name>" in pass 0, "chan_<c>.<name>_<p>" in later passes.
-// Returns false when the name had to be cut to fit.
+// Returns false when the name had to be cut to fit.  Every source string of
+// every canvas is compared with these names, so they are put together by
+// hand: formatting them costs more than the rest of the binding.
 static bool src_buf_name(char (&buf)[NAME_CAP], int c, int p, int b)
 {
-    int n = p == 0 ? snprintf(buf, sizeof buf, "chan_%d.%s", c, kiv_src_buf_names[b])
-                   : snprintf(buf, sizeof buf, "chan_%d.%s_%d", c, kiv_src_buf_names[b], p);
+    int n = 0;
+    append_str(buf, &n, "chan_");
+    append_uint(buf, &n, static_cast<unsigned>(c));
+    append_str(buf, &n, ".");
+    append_str(buf, &n, kiv_src_buf_names[b]);
+    if (p != 0) {
+        append_str(buf, &n, "_");
+        append_uint(buf, &n, static_cast<unsigned>(p));
+    }
+    buf[n < NAME_CAP - 1 ? n : NAME_CAP - 1] = '\0';
     return n < NAME_CAP;
 }
 

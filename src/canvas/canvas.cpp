@@ -100,14 +100,11 @@ static int32_t read_canvas(lua_State *L, kiv_multi_chan_cfg *cfg, int32_t pos)
 
     // Two elements are needed; a shorter (or absent) `size` fails without a
     // line of its own.  Further elements are ignored.
-    if (kiv_get_array_item_num_str(L, "size") < 2)
+    int32_t size[2];
+    if (kiv_get_array_integers_str(L, "size", size, 2) < 2)
         return -2;
-    int32_t v = 0;
-    kiv_get_array_integer_item_str(L, "size", 0, &v);
-    c->width = static_cast<uint32_t>(v);
-    v = 0;
-    kiv_get_array_integer_item_str(L, "size", 1, &v);
-    c->height = static_cast<uint32_t>(v);
+    c->width = static_cast<uint32_t>(size[0]);
+    c->height = static_cast<uint32_t>(size[1]);
 
     if (c->type == TYPE_PREV && (ret = kiv_read_keys(L, FN, c, prev_keys)) != 0)
         return ret;

@@ -33,7 +33,10 @@ int32_t kiv_get_img_stats_src_chan_id(lua_State *L, kiv_channel_cfg *chan);
 int32_t kiv_get_multi_region_warp(lua_State *L, kiv_channel_cfg *chan);
 
 // When the array field `key` of the table on top has at least n elements,
-// stores the first n into dst.  Returns the number of elements.
+// stores the first n into dst.  Returns the number of elements.  n is at
+// most KIV_UINT_ARRAY_MAX (the widest array of a channel, a rectangle); a
+// larger n stores nothing.
+#define KIV_UINT_ARRAY_MAX 4
 int32_t kiv_read_uint_array(lua_State *L, const char *key, uint32_t *dst, int32_t n);
 
 // Sections of a chan_<n> table; hp is the record's own enable_hp_fps bit.

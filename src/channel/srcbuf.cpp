@@ -18,14 +18,12 @@ static const int PREMAIN = 6;
 
 int32_t kiv_read_uint_array(lua_State *L, const char *key, uint32_t *dst, int32_t n)
 {
-    int32_t m = kiv_get_array_item_num_str(L, key);
-    if (m < n)
+    int32_t v[KIV_UINT_ARRAY_MAX];
+    int32_t m = kiv_get_array_integers_str(L, key, v, n <= KIV_UINT_ARRAY_MAX ? n : 0);
+    if (m < n || n > KIV_UINT_ARRAY_MAX)
         return m;
-    for (int32_t i = 0; i < n; ++i) {
-        int32_t v = 0;
-        kiv_get_array_integer_item_str(L, key, i, &v);
-        dst[i] = static_cast<uint32_t>(v);
-    }
+    for (int32_t i = 0; i < n; ++i)
+        dst[i] = static_cast<uint32_t>(v[i]);
     return m;
 }
 

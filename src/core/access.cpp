@@ -169,6 +169,25 @@ int32_t kiv_get_array_item_num_str(lua_State *L, const char *name)
     return n;
 }
 
+int32_t kiv_get_array_integers_str(lua_State *L, const char *name, int32_t *values, int32_t max)
+{
+    if (!enter_array(L, name)) {
+        KIV_WARN("kiv_get_array_item_num_str", "array item(%s) doesn't exist\n", name);
+        return 0;
+    }
+    int32_t n = 0;
+    while (n < INT32_MAX && lua_rawgeti(L, -1, static_cast<lua_Integer>(n) + 1) != LUA_TNIL) {
+        if (n < max)
+            pop_integer(L, &values[n]);
+        else
+            lua_settop(L, -2);
+        ++n;
+    }
+    lua_settop(L, -3); // the nil and the array
+    log_missing_int(n);
+    return n;
+}
+
 int32_t kiv_get_array_integer_item_str(lua_State *L, const char *name, int32_t index,
                                        int32_t *value)
 {

@@ -37,6 +37,12 @@ int32_t kiv_get_array_item_num(lua_State *L);
 // The same for the array field `name`; 0 (with a WARN) when it is missing.
 int32_t kiv_get_array_item_num_str(lua_State *L, const char *name);
 
+// The count of kiv_get_array_item_num_str (with the same lines) and, in
+// the same pass over the array, its first min(count, max) elements
+// converted as the integer gets do, stored into values[0 ..].  One lookup
+// of `name` for the whole array instead of one per element.
+int32_t kiv_get_array_integers_str(lua_State *L, const char *name, int32_t *values, int32_t max);
+
 // Element `index` of the array field `name`: 0; -1 (integer) or -2 (string)
 // when the array is missing; -2 when the element is missing.
 int32_t kiv_get_array_integer_item_str(lua_State *L, const char *name, int32_t index,

@@ -31,7 +31,8 @@ static int32_t absent(const char *fn, const kiv_key &k)
 // An array key: all `elems` elements are stored, or none (the default).
 static int32_t read_array(lua_State *L, const char *fn, void *rec, const kiv_key &k)
 {
-    if (kiv_get_array_item_num_str(L, k.key) < k.elems) {
+    int32_t v[UINT8_MAX];
+    if (kiv_get_array_integers_str(L, k.key, v, k.elems) < k.elems) {
         int32_t ret = absent(fn, k);
         if (ret != 0)
             return ret;
@@ -39,13 +40,8 @@ static int32_t read_array(lua_State *L, const char *fn, void *rec, const kiv_key
             k.store_elem(rec, i, k.dflt);
         return 0;
     }
-    for (uint32_t i = 0; i < k.elems; ++i) {
-        int32_t v = 0;
-        // The count has just found the element; a failure cannot happen.
-        if (kiv_get_array_integer_item_str(L, k.key, static_cast<int32_t>(i), &v) != 0)
-            return -2;
-        k.store_elem(rec, i, static_cast<uint32_t>(v));
-    }
+    for (uint32_t i = 0; i < k.elems; ++i)
+        k.store_elem(rec, i, static_cast<uint32_t>(v[i]));
     return 0;
 }
 

@@ -4,6 +4,8 @@
 #include <stdarg.h>
 #include <stdio.h>
 
+#include "core/fmt.h"
+
 // Plain bytes in behaviour; atomic (relaxed) only so that loads running in
 // several threads do not race in the C++ sense.  The last writer wins.
 static std::atomic<uint8_t> g_log_level{1};
@@ -14,11 +16,14 @@ void kiv_log(uint8_t level, const char *fmt, ...)
     if (g_log_level.load(std::memory_order_relaxed) < level)
         return;
     char buf[256];
-    va_list ap;
+    va_list ap, copy;
     va_start(ap, fmt);
-    vsnprintf(buf, sizeof buf, fmt, ap);
+    va_copy(copy, ap);
+    if (kiv_format(buf, sizeof buf, fmt, ap) < 0)
+        vsnprintf(buf, sizeof buf, fmt, copy);
+    va_end(copy);
     va_end(ap);
-    printf("%s", buf);
+    fputs(buf, stdout);
 }
 
 void kiv_set_log_level(int32_t level)

@@ -13,6 +13,7 @@ static std::atomic<size_t> g_mem_limit{KIV_LUA_MEM_LIMIT};
 static std::atomic<uint64_t> g_instruction_limit{KIV_LUA_INSTRUCTION_LIMIT};
 static std::atomic<uint64_t> g_created{0};
 static std::atomic<uint64_t> g_closed{0};
+static std::atomic<uint64_t> g_heap_calls{0};
 
 void kiv_set_run_limits(size_t mem_bytes, uint64_t instructions)
 {
@@ -23,7 +24,7 @@ void kiv_set_run_limits(size_t mem_bytes, uint64_t instructions)
 
 kiv_run_counts kiv_get_run_counts(void)
 {
-    return {g_created.load(), g_closed.load()};
+    return {g_created.load(), g_closed.load(), g_heap_calls.load()};
 }
 
 namespace
@@ -41,6 +42,7 @@ struct run_frame {
     bool script_failed;
     size_t mem_used;
     size_t mem_limit;
+    uint64_t heap_calls; // realloc and free calls made for the state
     uint64_t ticks_left;
 };
 
@@ -52,12 +54,14 @@ void *bounded_alloc(void *ud, void *ptr, size_t osize, size_t nsize)
     size_t old = ptr ? osize : 0;
     if (nsize == 0) {
         free(ptr);
+        ++f->heap_calls;
         f->mem_used -= old;
         return nullptr;
     }
     if (nsize > old && nsize - old > f->mem_limit - f->mem_used)
         return nullptr;
     void *p = realloc(ptr, nsize);
+    ++f->heap_calls;
     if (p)
         f->mem_used = f->mem_used - old + nsize;
     return p;
@@ -131,6 +135,7 @@ int32_t kiv_run_script(const char *fn, const char *path, kiv_read_fn read, void 
 
     lua_State *L = lua_newstate(bounded_alloc, &f);
     if (!L) {
+        g_heap_calls.fetch_add(f.heap_calls, std::memory_order_relaxed);
         KIV_ERR(fn, "fail to alloc Lua state.\n");
         return no_state;
     }
@@ -147,5 +152,6 @@ int32_t kiv_run_script(const char *fn, const char *path, kiv_read_fn read, void 
     }
     lua_close(L);
     g_closed.fetch_add(1, std::memory_order_relaxed);
+    g_heap_calls.fetch_add(f.heap_calls, std::memory_order_relaxed);
     return result;
 }

@@ -38,10 +38,13 @@ int32_t kiv_run_script(const char *fn, const char *path, kiv_read_fn read, void 
 // default).  For tests and tools; not part of the library's interface.
 void kiv_set_run_limits(size_t mem_bytes, uint64_t instructions);
 
-// Numbers of states created and closed since the process started.
+// Numbers of states created and closed since the process started, and of
+// the calls the states' allocator made to the C library's realloc and free
+// (counted per state and added up when the state closes).
 struct kiv_run_counts {
     uint64_t created;
     uint64_t closed;
+    uint64_t heap_calls;
 };
 kiv_run_counts kiv_get_run_counts(void);
 

@@ -27,10 +27,11 @@ bool kiv_safe_open(kiv_safe_file *f, const char *path)
             return false;
         }
         f->replacing = true;
-        return true;
+    } else if (!(f->fp = fopen(path, "w"))) {
+        return false;
     }
-    f->fp = fopen(path, "w");
-    return f->fp != nullptr;
+    setvbuf(f->fp, f->buf, _IOFBF, sizeof f->buf);
+    return true;
 }
 
 bool kiv_safe_close(kiv_safe_file *f)

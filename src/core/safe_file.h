@@ -14,6 +14,9 @@ struct kiv_safe_file {
     bool replacing; // writing to temp, to be renamed over target
     char target[PATH_MAX];
     char temp[PATH_MAX + 16];
+    // The stream's buffer: a whole three-channel dump (about 18 KiB) goes
+    // out in one or two writes, and opening the file allocates no buffer.
+    char buf[16384];
 };
 
 // Opens path for writing.  Returns false when it cannot be written.

@@ -45,18 +45,15 @@ static void read_list(lua_State *L, const char *key, const char *dc_key, uint32_
 {
     KIV_STACK_GUARD(L);
     if (key[0] != '\0') {
-        int32_t c = kiv_get_array_item_num_str(L, key);
+        // Coefficients after the 64th are ignored.
+        int32_t v[MAX_COEFS];
+        int32_t c = kiv_get_array_integers_str(L, key, v, MAX_COEFS);
         if (c == 0)
             KIV_WARN(FN, "item(%s) doesn't exist\n", key);
-        // Coefficients after the 64th are ignored.
-        for (int32_t i = 0; i < c && i < MAX_COEFS; ++i) {
-            int32_t v = 0;
-            if (kiv_get_array_integer_item_str(L, key, i, &v) != 0)
-                break;
-            coefs[i] = static_cast<uint32_t>(v);
-            if (i == 0)
-                *dc = static_cast<uint32_t>(v);
-        }
+        for (int32_t i = 0; i < c && i < MAX_COEFS; ++i)
+            coefs[i] = static_cast<uint32_t>(v[i]);
+        if (c > 0)
+            *dc = static_cast<uint32_t>(v[0]);
     }
     if (dc_key[0] != '\0') {
         int32_t v = 0;

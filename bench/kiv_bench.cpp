@@ -1,0 +1,368 @@
+// Load and dump times of the library beside the floor they stand on.
+//
+// Every case times the library's call and its baseline alternately inside
+// one benchmark loop (the order swaps each iteration), so both see the same
+// machine load; the counters give both times per iteration and their ratio:
+//   case_us  the library's call (also the Time column, set as manual time)
+//   base_us  the baseline
+//   ratio    case_us / base_us
+// The baseline of a load is the bare interpreter on the same file: a new
+// state, the file loaded and run, the state closed, with the allocator and
+// the memory and instruction bounds the library uses (it is the library's
+// own run machinery given a reader that reads nothing).  `plain_us` is the
+// same with the stock allocator and no bounds (luaL_newstate), for
+// reference.  After the run a summary lists each ratio with its target.
+//
+// The log goes to /dev/null while a case runs (standard output is
+// redirected at the descriptor level and restored before the reporter
+// prints).  Standard output is fully buffered whatever it is connected to,
+// so that a run on a terminal writes the log as a run into a pipe does.
+#include <benchmark/benchmark.h>
+
+#include <chrono>
+#include <fcntl.h>
+#include <map>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string>
+#include <unistd.h>
+#include <vector>
+
+#include <lauxlib.h>
+#include <lua.h>
+
+#include "core/log.h"
+#include "core/run.h"
+#include "kiv.h"
+
+namespace
+{
+
+std::string source(const char *rel)
+{
+    return std::string(KIV_SOURCE_DIR) + "/" + rel;
+}
+
+const std::string FULL = source("examples/three_channel_4k.lua");
+const std::string MINIMAL = source("bench/minimal_one_channel.lua");
+const std::string HEVC = source("examples/hevc_default_scaling.lua");
+const std::string AISP = source("examples/custom_aisp.lua");
+const uint32_t CALIB_PAIRS = 100000;
+
+// The generated calibration script, removed at exit.
+std::string g_calib_path;
+
+void remove_calib()
+{
+    if (!g_calib_path.empty())
+        unlink(g_calib_path.c_str());
+}
+
+const std::string &calib_script()
+{
+    if (!g_calib_path.empty())
+        return g_calib_path;
+    char path[] = "/tmp/kiv_bench_calib_XXXXXX";
+    int fd = mkstemp(path);
+    if (fd < 0) {
+        perror("mkstemp");
+        exit(2);
+    }
+    FILE *f = fdopen(fd, "w");
+    fputs("calib_data = {\n", f);
+    for (uint32_t i = 0; i < CALIB_PAIRS; ++i)
+        fprintf(f, "\t{ 0x%08X, 0x%04X },\n", 0x10000000u + 4u * i, (i * 7u) & 0xFFFFu);
+    fputs("}\n", f);
+    fclose(f);
+    g_calib_path = path;
+    atexit(remove_calib);
+    return g_calib_path;
+}
+
+int32_t read_nothing(lua_State *, void *)
+{
+    return 0;
+}
+
+void bare_run(const std::string &path)
+{
+    int32_t r = kiv_run_script("bench", path.c_str(), read_nothing, nullptr, -1, -1);
+    benchmark::DoNotOptimize(r);
+}
+
+void plain_run(const std::string &path)
+{
+    lua_State *L = luaL_newstate();
+    int rc = luaL_loadfilex(L, path.c_str(), nullptr);
+    if (rc == LUA_OK)
+        rc = lua_pcall(L, 0, 0, 0);
+    benchmark::DoNotOptimize(rc);
+    lua_close(L);
+}
+
+// Standard output on /dev/null for the life of the object.
+class quiet_stdout
+{
+  public:
+    quiet_stdout()
+    {
+        fflush(stdout);
+        saved_ = dup(STDOUT_FILENO);
+        int null = open("/dev/null", O_WRONLY);
+        dup2(null, STDOUT_FILENO);
+        close(null);
+    }
+    ~quiet_stdout()
+    {
+        fflush(stdout);
+        dup2(saved_, STDOUT_FILENO);
+        close(saved_);
+    }
+    quiet_stdout(const quiet_stdout &) = delete;
+    quiet_stdout &operator=(const quiet_stdout &) = delete;
+
+  private:
+    int saved_;
+};
+
+template <class F>
+double ns_of(F &&f)
+{
+    auto t0 = std::chrono::steady_clock::now();
+    f();
+    return std::chrono::duration<double, std::nano>(std::chrono::steady_clock::now() - t0).count();
+}
+
+// Targets: the highest ratio each case should show (0: none).
+std::map<std::string, double> g_targets;
+
+// Times `run` and `base` alternately (and `plain` once every iteration
+// when given) and sets the counters.
+void pair(benchmark::State &st, void (*run)(), void (*base)(), const std::string *plain_path)
+{
+    quiet_stdout quiet;
+    kiv_set_log_level(1);
+    double run_ns = 0, base_ns = 0, plain_ns = 0;
+    uint64_t n = 0;
+    for (auto _ : st) {
+        double r, b;
+        if (n & 1) {
+            b = ns_of(base);
+            r = ns_of(run);
+        } else {
+            r = ns_of(run);
+            b = ns_of(base);
+        }
+        if (plain_path)
+            plain_ns += ns_of([&] { plain_run(*plain_path); });
+        run_ns += r;
+        base_ns += b;
+        ++n;
+        st.SetIterationTime(r * 1e-9);
+    }
+    kiv_set_log_level(1);
+    if (n == 0)
+        return;
+    st.counters["case_us"] = run_ns / n / 1e3;
+    st.counters["base_us"] = base_ns / n / 1e3;
+    st.counters["ratio"] = run_ns / base_ns;
+    if (plain_path)
+        st.counters["plain_us"] = plain_ns / n / 1e3;
+}
+
+// Each case and each baseline is a function of its own, kept out of line so
+// that a callgrind profile of the binary gives the instruction count of
+// both (bench/callgrind.sh): case_X against base_X.
+#define KIV_BENCH_FN extern "C" __attribute__((noinline)) void
+
+kiv_multi_chan_cfg g_cfg;
+kiv_multi_chan_cfg g_dumped;
+std::vector<kiv_calib_data_item> g_items(CALIB_PAIRS);
+kiv_hevc_scaling_cfg g_hevc;
+kiv_aisp_cfg g_aisp;
+
+} // namespace
+
+KIV_BENCH_FN case_full_load()
+{
+    benchmark::DoNotOptimize(kiv_get_multi_chan_cfg(FULL.c_str(), &g_cfg));
+}
+
+KIV_BENCH_FN base_full_load()
+{
+    bare_run(FULL);
+}
+
+KIV_BENCH_FN case_minimal_load()
+{
+    benchmark::DoNotOptimize(kiv_get_multi_chan_cfg(MINIMAL.c_str(), &g_cfg));
+}
+
+KIV_BENCH_FN base_minimal_load()
+{
+    bare_run(MINIMAL);
+}
+
+// The dump of the full record, against the load that filled it.
+KIV_BENCH_FN case_full_dump()
+{
+    benchmark::DoNotOptimize(kiv_dump_multi_chan_cfg(&g_dumped, "/dev/null"));
+}
+
+KIV_BENCH_FN base_full_dump()
+{
+    benchmark::DoNotOptimize(kiv_get_multi_chan_cfg(FULL.c_str(), &g_cfg));
+}
+
+KIV_BENCH_FN case_calib()
+{
+    const std::string &path = calib_script();
+    int32_t n = kiv_get_calib_data_size(path.c_str());
+    if (n <= 0 || static_cast<uint32_t>(n) > g_items.size())
+        abort();
+    benchmark::DoNotOptimize(
+        kiv_load_calib_data(path.c_str(), g_items.data(), static_cast<uint32_t>(n)));
+}
+
+KIV_BENCH_FN base_calib()
+{
+    const std::string &path = calib_script();
+    bare_run(path);
+    bare_run(path);
+}
+
+KIV_BENCH_FN case_hevc_load()
+{
+    benchmark::DoNotOptimize(kiv_get_hevc_scaling_cfg(HEVC.c_str(), &g_hevc));
+}
+
+KIV_BENCH_FN base_hevc_load()
+{
+    bare_run(HEVC);
+}
+
+KIV_BENCH_FN case_aisp_load()
+{
+    benchmark::DoNotOptimize(kiv_get_aisp_cfg(AISP.c_str(), &g_aisp, 1));
+}
+
+KIV_BENCH_FN base_aisp_load()
+{
+    bare_run(AISP);
+}
+
+namespace
+{
+
+void BM_full_load(benchmark::State &st)
+{
+    pair(st, case_full_load, base_full_load, &FULL);
+}
+
+void BM_minimal_load(benchmark::State &st)
+{
+    pair(st, case_minimal_load, base_minimal_load, &MINIMAL);
+}
+
+void BM_full_dump(benchmark::State &st)
+{
+    {
+        quiet_stdout quiet;
+        if (kiv_get_multi_chan_cfg(FULL.c_str(), &g_dumped) != 0) {
+            st.SkipWithError("the full example does not load");
+            return;
+        }
+    }
+    pair(st, case_full_dump, base_full_dump, nullptr);
+}
+
+void BM_calib_size_and_load(benchmark::State &st)
+{
+    calib_script();
+    pair(st, case_calib, base_calib, nullptr);
+}
+
+void BM_hevc_load(benchmark::State &st)
+{
+    pair(st, case_hevc_load, base_hevc_load, &HEVC);
+}
+
+void BM_aisp_load(benchmark::State &st)
+{
+    pair(st, case_aisp_load, base_aisp_load, &AISP);
+}
+
+// The console output, plus the ratios of every case collected for the
+// summary printed after the run.
+class summary_reporter : public benchmark::ConsoleReporter
+{
+  public:
+    explicit summary_reporter(OutputOptions opts) : ConsoleReporter(opts) {}
+
+    void ReportRuns(const std::vector<Run> &runs) override
+    {
+        ConsoleReporter::ReportRuns(runs);
+        fflush(stdout);
+        for (const Run &r : runs) {
+            auto it = r.counters.find("ratio");
+            if (it == r.counters.end())
+                continue;
+            // With repetitions, the median stands for the case.
+            bool aggregate = r.run_type == Run::RT_Aggregate;
+            if (aggregate && r.aggregate_name != "median")
+                continue;
+            std::string name = r.run_name.function_name;
+            if (!aggregate && ratios_.count(name) && ratios_[name].from_median)
+                continue;
+            ratios_[name] = {it->second.value, aggregate};
+        }
+    }
+
+    void print_summary() const
+    {
+        printf("\n%-26s %8s %8s\n", "case", "ratio", "target");
+        for (const auto &[name, e] : ratios_) {
+            auto t = g_targets.find(name);
+            if (t != g_targets.end())
+                printf("%-26s %8.3f %8.2f %s\n", name.c_str(), e.ratio, t->second,
+                       e.ratio <= t->second ? "met" : "NOT met");
+            else
+                printf("%-26s %8.3f %8s\n", name.c_str(), e.ratio, "-");
+        }
+    }
+
+  private:
+    struct ratio_entry {
+        double ratio;
+        bool from_median;
+    };
+    std::map<std::string, ratio_entry> ratios_;
+};
+
+} // namespace
+
+BENCHMARK(BM_full_load)->UseManualTime()->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_minimal_load)->UseManualTime()->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_full_dump)->UseManualTime()->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_calib_size_and_load)->UseManualTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_hevc_load)->UseManualTime()->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_aisp_load)->UseManualTime()->Unit(benchmark::kMicrosecond);
+
+int main(int argc, char **argv)
+{
+    bool tty = isatty(STDOUT_FILENO);
+    setvbuf(stdout, nullptr, _IOFBF, BUFSIZ);
+    g_targets["BM_full_load"] = 1.3;
+    g_targets["BM_calib_size_and_load"] = 1.15;
+    g_targets["BM_full_dump"] = 0.25;
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv))
+        return 1;
+    summary_reporter reporter(tty ? benchmark::ConsoleReporter::OO_Defaults
+                                  : benchmark::ConsoleReporter::OO_Tabular);
+    benchmark::RunSpecifiedBenchmarks(&reporter);
+    reporter.print_summary();
+    fflush(stdout);
+    benchmark::Shutdown();
+    return 0;
+}

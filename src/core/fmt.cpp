@@ -1,0 +1,88 @@
+#include "core/fmt.h"
+
+#include <string.h>
+
+namespace
+{
+
+// Appends to a buffer the way vsnprintf fills one: what does not fit is
+// counted but not stored.
+struct sink {
+    char *buf;
+    size_t room; // characters that may be stored
+    size_t len;  // characters of the whole text so far
+
+    void put(const char *s, size_t n)
+    {
+        if (len < room)
+            memcpy(buf + len, s, room - len < n ? room - len : n);
+        len += n;
+    }
+    void put_digits(unsigned long v, unsigned base)
+    {
+        char tmp[24];
+        char *end = tmp + sizeof tmp;
+        char *d = end;
+        do {
+            *--d = "0123456789abcdef"[v % base];
+            v /= base;
+        } while (v != 0);
+        put(d, static_cast<size_t>(end - d));
+    }
+    void put_signed(long v)
+    {
+        unsigned long u = static_cast<unsigned long>(v);
+        if (v < 0) {
+            put("-", 1);
+            u = 0ul - u;
+        }
+        put_digits(u, 10);
+    }
+};
+
+} // namespace
+
+int kiv_format(char *buf, size_t cap, const char *fmt, va_list ap)
+{
+    sink out{buf, cap - 1, 0};
+    const char *p = fmt;
+    for (;;) {
+        // The text up to the next conversion, in one piece.
+        const char *pct = strchrnul(p, '%');
+        out.put(p, static_cast<size_t>(pct - p));
+        if (*pct == '\0')
+            break;
+        bool is_long = pct[1] == 'l';
+        char conv = is_long ? pct[2] : pct[1];
+        switch (conv) {
+        case 'd':
+            out.put_signed(is_long ? va_arg(ap, long) : va_arg(ap, int));
+            break;
+        case 'u':
+            out.put_digits(is_long ? va_arg(ap, unsigned long) : va_arg(ap, unsigned), 10);
+            break;
+        case 'x':
+            out.put_digits(is_long ? va_arg(ap, unsigned long) : va_arg(ap, unsigned), 16);
+            break;
+        case 's': {
+            if (is_long)
+                return -1;
+            const char *s = va_arg(ap, const char *);
+            if (!s)
+                s = "(null)";
+            out.put(s, strlen(s));
+            break;
+        }
+        case '%':
+            if (is_long)
+                return -1;
+            out.put("%", 1);
+            break;
+        default:
+            return -1;
+        }
+        p = pct + (is_long ? 3 : 2);
+    }
+    buf[out.len < out.room ? out.len : out.room] = '\0';
+    return out.len > 0x7fffffff ? -1 : static_cast<int>(out.len);
+}

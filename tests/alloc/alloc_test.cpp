@@ -1,0 +1,264 @@
+// Heap use of the entry points.  A load allocates nothing of its own: every
+// block it takes from the C library is taken for the Lua state (through the
+// state's allocator) or by the interpreter reading the script (the FILE of
+// luaL_loadfilex).  A dump allocates only its stream.
+//
+// malloc and its family are interposed in this binary and count the calls
+// made between start() and stop(); the states' allocator counts its own
+// calls (kiv_get_run_counts().heap_calls).  What the library's code
+// allocates itself is the difference, beyond what a bare run of the same
+// script allocates outside its state.  The interposer stands in the way of
+// the sanitizers' allocators, so this binary is built without them.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <fcntl.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string>
+#include <unistd.h>
+
+#include "core/run.h"
+#include "kiv.h"
+
+extern "C" {
+void *__libc_malloc(size_t);
+void *__libc_calloc(size_t, size_t);
+void *__libc_realloc(void *, size_t);
+void __libc_free(void *);
+void *__libc_memalign(size_t, size_t);
+}
+
+namespace
+{
+std::atomic<bool> g_counting{false};
+std::atomic<uint64_t> g_calls{0};
+
+void count()
+{
+    if (g_counting.load(std::memory_order_relaxed))
+        g_calls.fetch_add(1, std::memory_order_relaxed);
+}
+} // namespace
+
+extern "C" void *malloc(size_t n)
+{
+    count();
+    return __libc_malloc(n);
+}
+
+extern "C" void *calloc(size_t n, size_t size)
+{
+    count();
+    return __libc_calloc(n, size);
+}
+
+extern "C" void *realloc(void *p, size_t n)
+{
+    count();
+    return __libc_realloc(p, n);
+}
+
+extern "C" void free(void *p)
+{
+    count();
+    __libc_free(p);
+}
+
+extern "C" void *memalign(size_t align, size_t n)
+{
+    count();
+    return __libc_memalign(align, n);
+}
+
+extern "C" void *aligned_alloc(size_t align, size_t n)
+{
+    count();
+    return __libc_memalign(align, n);
+}
+
+extern "C" int posix_memalign(void **p, size_t align, size_t n)
+{
+    count();
+    void *m = __libc_memalign(align, n);
+    if (!m)
+        return 12; // ENOMEM
+    *p = m;
+    return 0;
+}
+
+namespace
+{
+
+std::string example(const char *name)
+{
+    return std::string(KIV_SOURCE_DIR) + "/examples/" + name;
+}
+
+// Calls to the C library's allocator made by fn, and the part of them the
+// Lua states' allocator made.
+struct heap_use {
+    uint64_t libc;
+    uint64_t lua;
+    uint64_t outside() const { return libc - lua; }
+};
+
+template <class F>
+heap_use heap_use_of(F &&fn)
+{
+    uint64_t lua0 = kiv_get_run_counts().heap_calls;
+    g_calls = 0;
+    g_counting = true;
+    fn();
+    g_counting = false;
+    return {g_calls.load(), kiv_get_run_counts().heap_calls - lua0};
+}
+
+int32_t read_nothing(lua_State *, void *)
+{
+    return 0;
+}
+
+// The script run in a bare state: what the interpreter alone allocates
+// outside its state for this file.
+heap_use bare(const std::string &path)
+{
+    return heap_use_of(
+        [&] { kiv_run_script("bare", path.c_str(), read_nothing, nullptr, -1, -1); });
+}
+
+// The log goes to /dev/null (at the descriptor: no stream is opened).
+class Heap : public testing::Test
+{
+  protected:
+    void SetUp() override
+    {
+        fflush(stdout);
+        saved_ = dup(STDOUT_FILENO);
+        int null = open("/dev/null", O_WRONLY);
+        dup2(null, STDOUT_FILENO);
+        close(null);
+        // Standard output's buffer is allocated at its first write.
+        fputs("\n", stdout);
+    }
+    void TearDown() override
+    {
+        fflush(stdout);
+        dup2(saved_, STDOUT_FILENO);
+        close(saved_);
+    }
+
+  private:
+    int saved_ = -1;
+};
+
+} // namespace
+
+// The interposer sees the state's allocations, and reading a script file
+// allocates (outside the state) what opening, reading and closing any file
+// does.
+TEST_F(Heap, InterpreterReadingAFile)
+{
+    std::string path = example("three_channel_4k.lua");
+    heap_use run = bare(path);
+    EXPECT_GT(run.lua, 100u);
+    EXPECT_GE(run.libc, run.lua);
+
+    heap_use file = heap_use_of([&] {
+        FILE *f = fopen(path.c_str(), "r");
+        char buf[BUFSIZ];
+        while (fread(buf, 1, sizeof buf, f) == sizeof buf) {
+        }
+        fclose(f);
+    });
+    EXPECT_EQ(file.lua, 0u);
+    EXPECT_EQ(run.outside(), file.libc);
+}
+
+TEST_F(Heap, LoadsAllocateOnlyInTheirStates)
+{
+    static kiv_multi_chan_cfg cfg;
+    for (const char *name : {"three_channel_4k.lua", "single_1080p.lua", "hdr_virtual_mode.lua"}) {
+        std::string path = example(name);
+        ASSERT_EQ(kiv_get_multi_chan_cfg(path.c_str(), &cfg), 0) << name; // warm-up
+        int32_t ret = -1;
+        heap_use load = heap_use_of([&] { ret = kiv_get_multi_chan_cfg(path.c_str(), &cfg); });
+        EXPECT_EQ(ret, 0) << name;
+        EXPECT_GT(load.lua, 0u) << name;
+        EXPECT_EQ(load.outside(), bare(path).outside()) << name;
+    }
+
+    std::string hevc = example("hevc_default_scaling.lua");
+    static kiv_hevc_scaling_cfg lists;
+    heap_use load = heap_use_of([&] { kiv_get_hevc_scaling_cfg(hevc.c_str(), &lists); });
+    EXPECT_EQ(load.outside(), bare(hevc).outside());
+
+    std::string aisp = example("custom_aisp.lua");
+    static kiv_aisp_cfg nn;
+    load = heap_use_of([&] { kiv_get_aisp_cfg(aisp.c_str(), &nn, 1); });
+    EXPECT_EQ(load.outside(), bare(aisp).outside());
+
+    // Two runs: the size, then the items.
+    std::string calib = example("calib_table.lua");
+    kiv_calib_data_item items[64];
+    load = heap_use_of([&] {
+        int32_t n = kiv_get_calib_data_size(calib.c_str());
+        kiv_load_calib_data(calib.c_str(), items, static_cast<uint32_t>(n));
+    });
+    EXPECT_EQ(load.outside(), 2 * bare(calib).outside());
+}
+
+// Failures too: a script that does not run, a missing table, a missing file.
+TEST_F(Heap, FailedLoadsAllocateOnlyInTheirStates)
+{
+    char path[] = "/tmp/kiv_alloc_XXXXXX";
+    int fd = mkstemp(path);
+    ASSERT_GE(fd, 0);
+    static kiv_multi_chan_cfg cfg;
+    for (const char *text : {"_resource_config_ = {", "error({})", "x = 1",
+                             "_resource_config_ = { version = 1, channels = { { id = 0 } } }"}) {
+        ASSERT_EQ(ftruncate(fd, 0), 0);
+        ASSERT_EQ(pwrite(fd, text, strlen(text), 0), static_cast<ssize_t>(strlen(text)));
+        int32_t ret = 0;
+        heap_use load = heap_use_of([&] { ret = kiv_get_multi_chan_cfg(path, &cfg); });
+        EXPECT_NE(ret, 0) << text;
+        EXPECT_EQ(load.outside(), bare(path).outside()) << text;
+    }
+    close(fd);
+    unlink(path);
+    heap_use load = heap_use_of([&] { kiv_get_multi_chan_cfg(path, &cfg); });
+    EXPECT_EQ(load.outside(), bare(path).outside());
+}
+
+// A dump allocates what opening the stream allocates, and nothing else:
+// to a new file, over an existing one, and to a device.
+TEST_F(Heap, DumpsAllocateOnlyTheirStream)
+{
+    static kiv_multi_chan_cfg cfg;
+    ASSERT_EQ(kiv_get_multi_chan_cfg(example("three_channel_4k.lua").c_str(), &cfg), 0);
+    char dir[] = "/tmp/kiv_alloc_dir_XXXXXX";
+    ASSERT_NE(mkdtemp(dir), nullptr);
+    std::string path = std::string(dir) + "/out.lua";
+
+    static char buf[BUFSIZ];
+    heap_use stream = heap_use_of([&] {
+        FILE *f = fopen(path.c_str(), "w");
+        setvbuf(f, buf, _IOFBF, sizeof buf);
+        fputs("x", f);
+        fclose(f);
+    });
+    unlink(path.c_str());
+
+    for (const char *step : {"new file", "existing file"}) {
+        heap_use dump = heap_use_of([&] { kiv_dump_multi_chan_cfg(&cfg, path.c_str()); });
+        EXPECT_EQ(dump.libc, stream.libc) << step;
+    }
+    heap_use dev = heap_use_of([&] { kiv_dump_multi_chan_cfg(&cfg, "/dev/null"); });
+    EXPECT_EQ(dev.libc, stream.libc);
+    // Standard output: no stream is opened.
+    heap_use out = heap_use_of([&] { kiv_dump_multi_chan_cfg(&cfg, nullptr); });
+    EXPECT_EQ(out.libc, 0u);
+
+    unlink(path.c_str());
+    rmdir(dir);
+}

@@ -1,0 +1,18 @@
+# The shared library depends on the C library and Lua only: no C++ runtime.
+#   cmake -DLIB=<path to the shared library> -P check_needed.cmake
+execute_process(COMMAND readelf -d ${LIB} OUTPUT_VARIABLE dyn RESULT_VARIABLE rc)
+if(NOT rc EQUAL 0)
+  message(FATAL_ERROR "readelf failed on ${LIB}")
+endif()
+string(REGEX MATCHALL "\\(NEEDED\\)[^\n]*\\[[^]]+\\]" lines "${dyn}")
+set(needed "")
+foreach(line IN LISTS lines)
+  string(REGEX REPLACE ".*\\[([^]]+)\\]" "\\1" lib "${line}")
+  list(APPEND needed ${lib})
+endforeach()
+message(STATUS "NEEDED: ${needed}")
+foreach(lib IN LISTS needed)
+  if(NOT lib MATCHES "^(libc\\.so|liblua5\\.3\\.so|ld-linux|libasan|libubsan|libtsan)")
+    message(FATAL_ERROR "${LIB} needs ${lib}: only the C library and Lua are expected")
+  endif()
+endforeach()
