@@ -43,48 +43,33 @@ void count()
 
 extern "C" void *malloc(size_t n)
 {
-    count();
-    return __libc_malloc(n);
+    return count(), __libc_malloc(n);
 }
-
 extern "C" void *calloc(size_t n, size_t size)
 {
-    count();
-    return __libc_calloc(n, size);
+    return count(), __libc_calloc(n, size);
 }
-
 extern "C" void *realloc(void *p, size_t n)
 {
-    count();
-    return __libc_realloc(p, n);
+    return count(), __libc_realloc(p, n);
 }
-
 extern "C" void free(void *p)
 {
-    count();
-    __libc_free(p);
+    count(), __libc_free(p);
 }
-
 extern "C" void *memalign(size_t align, size_t n)
 {
-    count();
-    return __libc_memalign(align, n);
+    return count(), __libc_memalign(align, n);
 }
-
 extern "C" void *aligned_alloc(size_t align, size_t n)
 {
-    count();
-    return __libc_memalign(align, n);
+    return count(), __libc_memalign(align, n);
 }
-
 extern "C" int posix_memalign(void **p, size_t align, size_t n)
 {
     count();
-    void *m = __libc_memalign(align, n);
-    if (!m)
-        return 12; // ENOMEM
-    *p = m;
-    return 0;
+    *p = __libc_memalign(align, n);
+    return *p ? 0 : 12; // ENOMEM
 }
 
 namespace
@@ -188,20 +173,17 @@ TEST_F(Heap, LoadsAllocateOnlyInTheirStates)
         EXPECT_EQ(load.outside(), bare(path).outside()) << name;
     }
 
-    std::string hevc = example("hevc_default_scaling.lua");
     static kiv_hevc_scaling_cfg lists;
-    heap_use load = heap_use_of([&] { kiv_get_hevc_scaling_cfg(hevc.c_str(), &lists); });
-    EXPECT_EQ(load.outside(), bare(hevc).outside());
-
-    std::string aisp = example("custom_aisp.lua");
     static kiv_aisp_cfg nn;
-    load = heap_use_of([&] { kiv_get_aisp_cfg(aisp.c_str(), &nn, 1); });
-    EXPECT_EQ(load.outside(), bare(aisp).outside());
-
-    // Two runs: the size, then the items.
-    std::string calib = example("calib_table.lua");
     kiv_calib_data_item items[64];
-    load = heap_use_of([&] {
+    std::string hevc = example("hevc_default_scaling.lua"), aisp = example("custom_aisp.lua"),
+                calib = example("calib_table.lua");
+    EXPECT_EQ(heap_use_of([&] { kiv_get_hevc_scaling_cfg(hevc.c_str(), &lists); }).outside(),
+              bare(hevc).outside());
+    EXPECT_EQ(heap_use_of([&] { kiv_get_aisp_cfg(aisp.c_str(), &nn, 1); }).outside(),
+              bare(aisp).outside());
+    // Two runs: the size, then the items.
+    heap_use load = heap_use_of([&] {
         int32_t n = kiv_get_calib_data_size(calib.c_str());
         kiv_load_calib_data(calib.c_str(), items, static_cast<uint32_t>(n));
     });
@@ -249,15 +231,11 @@ TEST_F(Heap, DumpsAllocateOnlyTheirStream)
     });
     unlink(path.c_str());
 
-    for (const char *step : {"new file", "existing file"}) {
-        heap_use dump = heap_use_of([&] { kiv_dump_multi_chan_cfg(&cfg, path.c_str()); });
-        EXPECT_EQ(dump.libc, stream.libc) << step;
-    }
-    heap_use dev = heap_use_of([&] { kiv_dump_multi_chan_cfg(&cfg, "/dev/null"); });
-    EXPECT_EQ(dev.libc, stream.libc);
+    // A new file, the same file again, a device.
+    for (const char *to : {path.c_str(), path.c_str(), "/dev/null"})
+        EXPECT_EQ(heap_use_of([&] { kiv_dump_multi_chan_cfg(&cfg, to); }).libc, stream.libc) << to;
     // Standard output: no stream is opened.
-    heap_use out = heap_use_of([&] { kiv_dump_multi_chan_cfg(&cfg, nullptr); });
-    EXPECT_EQ(out.libc, 0u);
+    EXPECT_EQ(heap_use_of([&] { kiv_dump_multi_chan_cfg(&cfg, nullptr); }).libc, 0u);
 
     unlink(path.c_str());
     rmdir(dir);
