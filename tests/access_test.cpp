@@ -12,9 +12,7 @@ using namespace kivtest;
 namespace
 {
 
-class Log : public Settings
-{
-};
+using Log = Settings;
 
 class Access : public Settings
 {

@@ -13,9 +13,7 @@ using namespace kivtest;
 namespace
 {
 
-class Canvas : public Settings
-{
-};
+using Canvas = Settings;
 
 // Every optional key, given, so that a log holds only the lines under test.
 const std::string QUIET =

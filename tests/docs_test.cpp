@@ -18,9 +18,7 @@ using namespace kivtest;
 namespace
 {
 
-class Docs : public Settings
-{
-};
+using Docs = Settings;
 
 const std::string &reference()
 {

@@ -15,12 +15,8 @@ using namespace kivtest;
 namespace
 {
 
-class Examples : public Settings
-{
-};
-class Threads : public Settings
-{
-};
+using Examples = Settings;
+using Threads = Settings;
 
 // The fields a dump does not carry: the calibration path of each source and
 // the values of buffers bound to no canvas (written as zeros).

@@ -12,15 +12,9 @@ using namespace kivtest;
 namespace
 {
 
-class Loader : public Settings
-{
-};
-class Dump : public Settings
-{
-};
-class Bounds : public Settings
-{
-};
+using Loader = Settings;
+using Dump = Settings;
+using Bounds = Settings;
 
 // A record that holds something everywhere, to see what a load resets.
 kiv_multi_chan_cfg dirty_record()

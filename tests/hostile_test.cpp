@@ -22,9 +22,7 @@ using namespace kivtest;
 namespace
 {
 
-class Hostile : public Settings
-{
-};
+using Hostile = Settings;
 
 struct item {
     std::string path; // a Lua expression that names it
