@@ -2,20 +2,8 @@
 #include "fuzz_common.h"
 #include "kiv.h"
 
-extern "C" int LLVMFuzzerInitialize(int *, char ***)
+void kivfuzz::run(const char *in)
 {
-    kivfuzz::setup();
-    return 0;
-}
-
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
-{
-    if (kivfuzz::is_binary_chunk(data, size))
-        return -1;
-    const char *in = kivfuzz::scratch("aisp.lua");
-    if (!kivfuzz::write_file(in, data, size))
-        return 0;
     static kiv_aisp_cfg cfg;
     kiv_get_aisp_cfg(in, &cfg, 1);
-    return 0;
 }

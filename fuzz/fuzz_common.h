@@ -44,6 +44,10 @@ inline bool write_file(const char *path, const uint8_t *data, size_t size)
     return fclose(f) == 0 && ok;
 }
 
+// Each target defines this: it runs its entry points on the script at path
+// (the fuzz input, written to a file since the loaders take paths).
+void run(const char *path);
+
 // Quiet log, small bounds: a fuzz run wants many executions per second.
 inline void setup()
 {
