@@ -1,22 +1,26 @@
 #!/usr/bin/env bash
-# Installs a release build into a scratch prefix and builds the C consumer
-# against the installed tree, once through pkg-config and once through
-# find_package(kiv); both must load the example configuration.
+# Installs a release build into a scratch prefix other than the one it was
+# configured with, moves the installed tree elsewhere, and builds the C
+# consumer against it, once through pkg-config (with no other package's .pc
+# file in reach) and once through find_package(kiv); both must load the
+# example configuration.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 root=$(pwd)
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 cmake -S . -B "$work/build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DKIV_BUILD_TESTS=OFF \
-    -DKIV_WERROR=ON -DCMAKE_INSTALL_PREFIX="$work/prefix" >/dev/null
+    -DKIV_WERROR=ON -DCMAKE_INSTALL_PREFIX="$work/configured" >/dev/null
 cmake --build "$work/build" >/dev/null
-cmake --install "$work/build" >/dev/null
+cmake --install "$work/build" --prefix "$work/installed" >/dev/null
+mv "$work/installed" "$work/prefix"
+[ ! -e "$work/configured" ] || { echo "installed into the configured prefix"; exit 1; }
 lib=$(find "$work/prefix" -name 'libkiv.so.1.0.0')
 defined=$(nm -D --defined-only "$lib" | awk '{print $2}' | sort | tr '\n' ' ')
 [ "$defined" = "T T T T T T T " ] || { nm -D --defined-only "$lib"; echo "unexpected exports"; exit 1; }
 readelf -d "$lib" | grep -q 'SONAME.*\[libkiv.so.1\]'
 
-export PKG_CONFIG_PATH="$(dirname "$lib")/pkgconfig"
+export PKG_CONFIG_LIBDIR="$(dirname "$lib")/pkgconfig" PKG_CONFIG_PATH=
 export LD_LIBRARY_PATH="$(dirname "$lib")"
 cc -std=c99 -Wall -Wextra -Wpedantic -Werror examples/c-consumer/kiv_load.c \
     $(pkg-config --cflags --libs kiv) -o "$work/kiv_load_pc"
@@ -26,4 +30,4 @@ cc -std=c99 -Wall -Wextra -Wpedantic -Werror examples/c-consumer/kiv_load.c \
 cmake -S examples/c-consumer -B "$work/consumer" -G Ninja -DCMAKE_PREFIX_PATH="$work/prefix" >/dev/null
 cmake --build "$work/consumer" >/dev/null
 "$work/consumer/kiv_load" "$root/examples/single_1080p.lua" >/dev/null
-echo "install check: exports, SONAME, pkg-config and find_package(kiv) consumers all good"
+echo "install check: exports, SONAME, pkg-config and find_package(kiv) consumers of a moved prefix all good"

@@ -3,15 +3,10 @@
 # the whole test suite and an example load under qemu-user.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-if ! dpkg-query -W -f='${Status}' liblua5.3-dev:arm64 2>/dev/null | grep -q "install ok installed" ||
-   ! command -v aarch64-linux-gnu-g++ >/dev/null || ! command -v qemu-aarch64 >/dev/null; then
-    sudo_cmd=""
-    [ "$(id -u)" -eq 0 ] || sudo_cmd="sudo"
-    $sudo_cmd dpkg --add-architecture arm64
-    $sudo_cmd apt-get update -qq
-    DEBIAN_FRONTEND=noninteractive $sudo_cmd apt-get install -y -qq g++-aarch64-linux-gnu \
-        liblua5.3-dev:arm64 libgtest-dev:arm64 qemu-user
-fi
+# The cross compiler and the emulator run here; Lua and GoogleTest are the
+# arm64 builds, installed beside the native ones.
+scripts/install-deps.sh "$(dpkg --print-architecture)" g++-aarch64-linux-gnu qemu-user
+scripts/install-deps.sh arm64 liblua5.3-dev libgtest-dev
 cmake -S . -B build-aarch64 -G Ninja -DCMAKE_TOOLCHAIN_FILE=cmake/aarch64-linux-gnu.cmake \
     -DCMAKE_BUILD_TYPE=Debug -DKIV_WERROR=ON >/dev/null
 cmake --build build-aarch64 -j "$(nproc)"
