@@ -7,6 +7,7 @@
 
 #include <atomic>
 #include <cstring>
+#include <latch>
 #include <memory>
 #include <thread>
 
@@ -76,10 +77,9 @@ TEST_F(Examples, StandaloneExamplesLoad)
 
 TEST_F(Threads, ConcurrentLoadsMatchSequentialOnes)
 {
-    // All three scripts leave the high-precision flag clear: loads that set
-    // the process-wide settings differently would race on them by design.
-    const std::string multi[] = {example("three_channel_4k.lua"),
-                                 example("two_channel_encode_preview.lua")};
+    // One script gives its rates in thousandths (enable_hp_fps = 1), the
+    // other in whole frames: each load reads them with its own flag.
+    const std::string multi[] = {example("three_channel_4k.lua"), example("hdr_virtual_mode.lua")};
     const std::string aisp = example("custom_aisp.lua"), calib = example("calib_table.lua");
     auto expected = std::make_unique<kiv_multi_chan_cfg[]>(2);
     kiv_aisp_cfg expected_nn{};
@@ -92,10 +92,12 @@ TEST_F(Threads, ConcurrentLoadsMatchSequentialOnes)
         ASSERT_EQ(kiv_get_aisp_cfg(aisp.c_str(), &expected_nn, 1), 0);
         calib_n = kiv_get_calib_data_size(calib.c_str());
         std::vector<std::thread> threads;
+        std::latch start(4);
         for (int t = 0; t < 4; ++t) {
             threads.emplace_back([&, t] {
                 auto cfg = std::make_unique<kiv_multi_chan_cfg>();
-                for (int round = 0; round < 8; ++round) {
+                start.arrive_and_wait();
+                for (int round = 0; round < 40; ++round) {
                     int i = (t + round) % 2;
                     if (kiv_get_multi_chan_cfg(multi[i].c_str(), cfg.get()) != 0 ||
                         memcmp(cfg.get(), &expected[i], sizeof *cfg) != 0)

@@ -10,21 +10,10 @@
 
 static const char FN[] = "kiv_dump_multi_chan_cfg";
 
-KIV_API int32_t kiv_dump_multi_chan_cfg(const kiv_multi_chan_cfg *cfg, const char *path)
+// The whole script, to `out` (null: standard output).
+static void write_script(FILE *out, const void *ctx)
 {
-    if (!cfg) {
-        KIV_ERR(FN, "the 1st param is NULL\n");
-        return -1;
-    }
-    kiv_safe_file file;
-    bool to_file = false;
-    if (path) {
-        to_file = kiv_safe_open(&file, path);
-        if (!to_file)
-            KIV_ERR(FN, "Open file [%s] error, output to console\n", path);
-    }
-    FILE *out = to_file ? file.fp : nullptr; // null: standard output
-
+    const kiv_multi_chan_cfg *cfg = static_cast<const kiv_multi_chan_cfg *>(ctx);
     const int chans = cfg->chan_num < 3 ? cfg->chan_num : 3;
     const int streams = cfg->stream_num < 13 ? cfg->stream_num : 13;
 
@@ -52,10 +41,22 @@ KIV_API int32_t kiv_dump_multi_chan_cfg(const kiv_multi_chan_cfg *cfg, const cha
     kiv_dump_mem_cfg_resource(cfg, out);
     kiv_out_str(out, "}\n");
     kiv_out_str(out, "\nreturn _resource_config_\n");
+}
 
-    // A write error is not a failure of the dump, but the file that was at
-    // the path is then kept as it was.
-    if (to_file && !kiv_safe_close(&file))
-        KIV_ERR(FN, "write to file [%s] failed, the file was left as it was\n", path);
+KIV_API int32_t kiv_dump_multi_chan_cfg(const kiv_multi_chan_cfg *cfg, const char *path)
+{
+    if (!cfg) {
+        KIV_ERR(FN, "the 1st param is NULL\n");
+        return -1;
+    }
+    // A failed write is not a failure of the dump: the file writer has said
+    // what is left at the path.  A path that cannot be written at all gets
+    // the script on standard output instead.
+    if (path) {
+        if (kiv_write_file(FN, path, write_script, cfg) != KIV_FILE_NOT_OPENED)
+            return 0;
+        KIV_ERR(FN, "Open file [%s] error, output to console\n", path);
+    }
+    write_script(nullptr, cfg);
     return 0;
 }

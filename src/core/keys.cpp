@@ -93,14 +93,14 @@ int32_t kiv_read_keys(lua_State *L, const char *fn, void *rec, const kiv_key *ke
 
 kiv_fps_pair kiv_fps_from_script(uint32_t value)
 {
-    if (kiv_get_hp_fps())
+    if (kiv_rate_hp_fps())
         return {static_cast<uint32_t>((static_cast<int32_t>(value + 999u)) / 1000), value};
     return {value, value * 1000u};
 }
 
 uint32_t kiv_fps_ceiling_from_script(uint32_t value)
 {
-    return kiv_get_hp_fps() ? value : value * 1000u;
+    return kiv_rate_hp_fps() ? value : value * 1000u;
 }
 
 uint32_t kiv_fps_to_script(uint32_t hp_flag, uint32_t whole, uint32_t thousandths)

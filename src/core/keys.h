@@ -102,9 +102,9 @@ int32_t kiv_read_keys(lua_State *L, const char *fn, void *rec, const kiv_key (&k
 }
 
 // Frame rates.  A rate read from a script is kept in whole frames per second
-// and in thousandths.  With the process-wide high-precision flag set the
-// script gives thousandths and the whole rate is rounded up; with it clear
-// the script gives whole frames.
+// and in thousandths.  With the high-precision flag set (the loading record's
+// own, see kiv_rate_hp_fps) the script gives thousandths and the whole rate
+// is rounded up; with it clear the script gives whole frames.
 struct kiv_fps_pair {
     uint32_t whole;
     uint32_t thousandths;

@@ -117,5 +117,10 @@ KIV_API int32_t kiv_get_multi_chan_cfg(const char *path, kiv_multi_chan_cfg *cfg
         KIV_ERR(FN, "the 1st or 2nd param is NULL\n");
         return -1;
     }
-    return kiv_run_script(FN, path, read_multi_chan, cfg, -2, -2);
+    // Set around the run, not inside it: a Lua error ends the reading step
+    // without returning through it.
+    kiv_set_loading(cfg);
+    int32_t ret = kiv_run_script(FN, path, read_multi_chan, cfg, -2, -2);
+    kiv_set_loading(nullptr);
+    return ret;
 }

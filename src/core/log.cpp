@@ -5,11 +5,13 @@
 #include <stdio.h>
 
 #include "core/fmt.h"
+#include "kiv.h"
 
 // Plain bytes in behaviour; atomic (relaxed) only so that loads running in
 // several threads do not race in the C++ sense.  The last writer wins.
 static std::atomic<uint8_t> g_log_level{1};
 static std::atomic<uint8_t> g_hp_fps{0};
+static thread_local const kiv_multi_chan_cfg *t_loading = nullptr;
 
 void kiv_log(uint8_t level, const char *fmt, ...)
 {
@@ -44,4 +46,14 @@ void kiv_set_hp_fps(int32_t flag)
 uint8_t kiv_get_hp_fps(void)
 {
     return g_hp_fps.load(std::memory_order_relaxed);
+}
+
+void kiv_set_loading(const kiv_multi_chan_cfg *cfg)
+{
+    t_loading = cfg;
+}
+
+uint8_t kiv_rate_hp_fps(void)
+{
+    return t_loading ? t_loading->enable_hp_fps : kiv_get_hp_fps();
 }

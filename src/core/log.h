@@ -28,6 +28,16 @@ uint8_t kiv_get_log_level(void);
 void kiv_set_hp_fps(int32_t flag);
 uint8_t kiv_get_hp_fps(void);
 
+// The record a multi-channel load is filling on the calling thread (null when
+// none).  Its own enable_hp_fps, stored before any rate is read, decides how
+// that load reads its frame rates, so that loads in several threads with
+// different flags do not see each other's.
+struct kiv_multi_chan_cfg;
+void kiv_set_loading(const kiv_multi_chan_cfg *cfg);
+// The flag frame rates are read with: the loading record's, or the
+// process-wide flag when a parser runs outside a load.
+uint8_t kiv_rate_hp_fps(void);
+
 #define KIV_ERR(fn, text, ...)                                                                     \
     kiv_log(KIV_LEVEL_ERROR, "KIV_ERROR:: %s(%d): " text, fn, __LINE__ __VA_OPT__(, ) __VA_ARGS__)
 #define KIV_WARN(fn, text, ...)                                                                    \
