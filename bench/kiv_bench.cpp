@@ -19,6 +19,7 @@
 // so that a run on a terminal writes the log as a run into a pipe does.
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
 #include <chrono>
 #include <fcntl.h>
 #include <map>
@@ -33,6 +34,7 @@
 
 #include "core/log.h"
 #include "core/run.h"
+#include "hostile_scripts.h"
 #include "kiv.h"
 
 namespace
@@ -133,6 +135,10 @@ double ns_of(F &&f)
     return std::chrono::duration<double, std::nano>(std::chrono::steady_clock::now() - t0).count();
 }
 
+// The legitimate cases run without a time limit to speak of, so that they
+// also run under callgrind (bench/callgrind.sh), many times slower.
+const kiv_run_limits legit_limits = {.time_ms = 600000};
+
 // Targets: the highest ratio each case should show (0: none).
 std::map<std::string, double> g_targets;
 
@@ -144,13 +150,16 @@ void pair(benchmark::State &st, void (*run)(), void (*base)(), const std::string
     kiv_set_log_level(1);
     double run_ns = 0, base_ns = 0, plain_ns = 0;
     uint64_t n = 0;
+    kiv_run_use use{};
     for (auto _ : st) {
         double r, b;
         if (n & 1) {
             b = ns_of(base);
             r = ns_of(run);
+            use = kiv_last_run_use();
         } else {
             r = ns_of(run);
+            use = kiv_last_run_use();
             b = ns_of(base);
         }
         if (plain_path)
@@ -163,6 +172,11 @@ void pair(benchmark::State &st, void (*run)(), void (*base)(), const std::string
     kiv_set_log_level(1);
     if (n == 0)
         return;
+    // What the library's last call used (for a dump: the load it is
+    // compared with): instructions run and charged for reading, and the
+    // state's memory high-water mark.
+    st.counters["instr"] = static_cast<double>(use.instructions + use.reading);
+    st.counters["peak_MiB"] = static_cast<double>(use.mem_peak) / (1 << 20);
     st.counters["case_us"] = run_ns / n / 1e3;
     st.counters["base_us"] = base_ns / n / 1e3;
     st.counters["ratio"] = run_ns / base_ns;
@@ -292,6 +306,37 @@ void BM_aisp_load(benchmark::State &st)
     pair(st, case_aisp_load, base_aisp_load, &AISP);
 }
 
+// One call on each hostile script under the default bounds: the time it
+// takes to be refused (target: at most 0.5 s).  The result must be negative.
+void BM_hostile(benchmark::State &st)
+{
+    static const std::vector<kivtest::hostile_script> scripts = kivtest::hostile_scripts();
+    const kivtest::hostile_script &h = scripts[static_cast<size_t>(st.range(0))];
+    char path[] = "/tmp/kiv_bench_hostile_XXXXXX";
+    int fd = mkstemp(path);
+    if (fd < 0 || write(fd, h.text.data(), h.text.size()) != static_cast<ssize_t>(h.text.size())) {
+        st.SkipWithError("cannot write the script");
+        return;
+    }
+    close(fd);
+    quiet_stdout quiet;
+    kiv_set_run_limits({}); // the defaults, the time limit included
+    double worst = 0;
+    for (auto _ : st) {
+        int32_t ret = 0;
+        double ns = ns_of([&] { ret = kiv_get_multi_chan_cfg(path, &g_cfg); });
+        if (ret >= 0)
+            st.SkipWithError("the script was not refused");
+        worst = ns > worst ? ns : worst;
+        st.SetIterationTime(ns * 1e-9);
+    }
+    unlink(path);
+    kiv_set_log_level(1);
+    kiv_set_run_limits(legit_limits);
+    st.SetLabel(h.name);
+    st.counters["worst_s"] = worst * 1e-9;
+}
+
 // The console output, plus the ratios of every case collected for the
 // summary printed after the run.
 class summary_reporter : public benchmark::ConsoleReporter
@@ -304,6 +349,8 @@ class summary_reporter : public benchmark::ConsoleReporter
         ConsoleReporter::ReportRuns(runs);
         fflush(stdout);
         for (const Run &r : runs) {
+            if (auto w = r.counters.find("worst_s"); w != r.counters.end())
+                hostile_worst_ = std::max(hostile_worst_, w->second.value);
             auto it = r.counters.find("ratio");
             if (it == r.counters.end())
                 continue;
@@ -329,6 +376,9 @@ class summary_reporter : public benchmark::ConsoleReporter
             else
                 printf("%-26s %8.3f %8s\n", name.c_str(), e.ratio, "-");
         }
+        if (hostile_worst_ > 0)
+            printf("%-26s %7.3fs %7.2fs %s\n", "slowest hostile refusal", hostile_worst_, 0.5,
+                   hostile_worst_ <= 0.5 ? "met" : "NOT met");
     }
 
   private:
@@ -337,6 +387,7 @@ class summary_reporter : public benchmark::ConsoleReporter
         bool from_median;
     };
     std::map<std::string, ratio_entry> ratios_;
+    double hostile_worst_ = 0;
 };
 
 } // namespace
@@ -347,6 +398,11 @@ BENCHMARK(BM_full_dump)->UseManualTime()->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_calib_size_and_load)->UseManualTime()->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_hevc_load)->UseManualTime()->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_aisp_load)->UseManualTime()->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_hostile)
+    ->DenseRange(0, static_cast<int>(kivtest::hostile_scripts().size()) - 1)
+    ->UseManualTime()
+    ->Iterations(1)
+    ->Unit(benchmark::kMillisecond);
 
 int main(int argc, char **argv)
 {
@@ -355,6 +411,7 @@ int main(int argc, char **argv)
     g_targets["BM_full_load"] = 1.3;
     g_targets["BM_calib_size_and_load"] = 1.15;
     g_targets["BM_full_dump"] = 0.25;
+    kiv_set_run_limits(legit_limits);
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv))
         return 1;

@@ -53,7 +53,7 @@ inline void setup()
 {
     if (!freopen("/dev/null", "w", stdout))
         return;
-    kiv_set_run_limits(64u << 20, 20'000'000);
+    kiv_set_run_limits({.mem_bytes = 64u << 20});
 }
 
 } // namespace kivfuzz

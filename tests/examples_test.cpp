@@ -16,7 +16,7 @@ using namespace kivtest;
 namespace
 {
 
-using Examples = Settings;
+using Examples = Margins;
 using Threads = Settings;
 
 // The fields a dump does not carry: the calibration path of each source and

@@ -177,14 +177,23 @@ void Settings::SetUp()
 {
     kiv_set_log_level(1);
     kiv_set_hp_fps(0);
-    kiv_set_run_limits(0, 0);
+    // No time limit to speak of: the tests run under sanitizers and
+    // emulators too; those about the time limit set it themselves.
+    kiv_set_run_limits({.time_ms = 600000});
+}
+
+void cut_bounds_to_margins()
+{
+    kiv_set_run_limits({.mem_bytes = KIV_LUA_MEM_LIMIT / 4,
+                        .instructions = KIV_LUA_INSTRUCTION_LIMIT / 10,
+                        .time_ms = 600000});
 }
 
 void Settings::TearDown()
 {
     kiv_set_log_level(1);
     kiv_set_hp_fps(0);
-    kiv_set_run_limits(0, 0);
+    kiv_set_run_limits({});
 }
 
 } // namespace kivtest

@@ -133,6 +133,21 @@ class Settings : public testing::Test
     void TearDown() override;
 };
 
+// Cuts the bounds to a quarter of the memory and a tenth of the instructions
+// the library allows: the largest legitimate scripts (the examples, 100,000
+// calibration pairs) must load within them.
+void cut_bounds_to_margins();
+
+class Margins : public Settings
+{
+  protected:
+    void SetUp() override
+    {
+        Settings::SetUp();
+        cut_bounds_to_margins();
+    }
+};
+
 } // namespace kivtest
 
 #endif

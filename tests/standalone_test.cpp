@@ -249,6 +249,7 @@ TEST_F(Standalone, CalibSizeAndLoads)
 
 TEST_F(Standalone, CalibHundredThousandPairs)
 {
+    cut_bounds_to_margins(); // the largest legitimate script
     const uint32_t n = 100000;
     std::string text = "calib_data = {\n";
     for (uint32_t i = 0; i < n; ++i)

@@ -5,6 +5,7 @@
 #include <string.h>
 
 #include "core/log.h"
+#include "core/run.h"
 
 // The element with 0-based index i has the Lua key i + 1, the sum formed in
 // 32 bits (so it wraps rather than overflows).
@@ -13,6 +14,9 @@ static lua_Integer lua_key(int32_t index)
     return static_cast<int32_t>(static_cast<uint32_t>(index) + 1u);
 }
 
+// Every table access counts against the run's bounds (kiv_run_spend):
+// reading a script's tables can cost more than running it.
+
 // Pushes field `name` of the table on top, or nil when the top is no table.
 static int push_field(lua_State *L, const char *name)
 {
@@ -20,6 +24,7 @@ static int push_field(lua_State *L, const char *name)
         lua_pushnil(L);
         return LUA_TNIL;
     }
+    kiv_run_spend(L, KIV_READ_COST);
     lua_pushstring(L, name);
     return lua_rawget(L, -2);
 }
@@ -30,7 +35,15 @@ static int push_elem(lua_State *L, int32_t index)
         lua_pushnil(L);
         return LUA_TNIL;
     }
+    kiv_run_spend(L, KIV_READ_COST);
     return lua_rawgeti(L, -1, lua_key(index));
+}
+
+// Pushes element n (0-based) of the array on top while counting it.
+static int push_counted(lua_State *L, int32_t n)
+{
+    kiv_run_spend(L, KIV_READ_COST);
+    return lua_rawgeti(L, -1, static_cast<lua_Integer>(n) + 1);
 }
 
 static void log_missing_str(const char *name)
@@ -137,7 +150,7 @@ int32_t kiv_get_array_item_num(lua_State *L)
 {
     int32_t n = 0;
     if (lua_type(L, -1) == LUA_TTABLE) {
-        while (n < INT32_MAX && lua_rawgeti(L, -1, static_cast<lua_Integer>(n) + 1) != LUA_TNIL) {
+        while (n < INT32_MAX && push_counted(L, n) != LUA_TNIL) {
             lua_settop(L, -2);
             ++n;
         }
@@ -175,15 +188,20 @@ int32_t kiv_get_array_integers_str(lua_State *L, const char *name, int32_t *valu
         KIV_WARN("kiv_get_array_item_num_str", "array item(%s) doesn't exist\n", name);
         return 0;
     }
+    // Only the DEBUG line tells the count beyond max + 1 (callers ask
+    // whether there are fewer than max, or more): below that log level the
+    // count stops there.
+    const int32_t stop =
+        kiv_get_log_level() >= KIV_LEVEL_DEBUG || max >= INT32_MAX - 1 ? INT32_MAX : max + 1;
     int32_t n = 0;
-    while (n < INT32_MAX && lua_rawgeti(L, -1, static_cast<lua_Integer>(n) + 1) != LUA_TNIL) {
+    while (n < stop && push_counted(L, n) != LUA_TNIL) {
         if (n < max)
             pop_integer(L, &values[n]);
         else
             lua_settop(L, -2);
         ++n;
     }
-    lua_settop(L, -3); // the nil and the array
+    lua_settop(L, n < stop ? -3 : -2); // the nil (when the count reached it) and the array
     log_missing_int(n);
     return n;
 }

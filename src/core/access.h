@@ -40,7 +40,9 @@ int32_t kiv_get_array_item_num_str(lua_State *L, const char *name);
 // The count of kiv_get_array_item_num_str (with the same lines) and, in
 // the same pass over the array, its first min(count, max) elements
 // converted as the integer gets do, stored into values[0 ..].  One lookup
-// of `name` for the whole array instead of one per element.
+// of `name` for the whole array instead of one per element.  Below the
+// DEBUG log level (where no line shows the count) a count above max + 1 is
+// reported as max + 1: counting stops there.
 int32_t kiv_get_array_integers_str(lua_State *L, const char *name, int32_t *values, int32_t max);
 
 // Element `index` of the array field `name`: 0; -1 (integer) or -2 (string)

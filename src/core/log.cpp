@@ -5,13 +5,17 @@
 #include <stdio.h>
 
 #include "core/fmt.h"
+#include "core/run.h"
 #include "kiv.h"
 
 // Plain bytes in behaviour; atomic (relaxed) only so that loads running in
 // several threads do not race in the C++ sense.  The last writer wins.
 static std::atomic<uint8_t> g_log_level{1};
 static std::atomic<uint8_t> g_hp_fps{0};
-static thread_local const kiv_multi_chan_cfg *t_loading = nullptr;
+// Initial-exec: reached in one instruction, and no allocation when a thread
+// first touches it.
+static __attribute__((tls_model("initial-exec"))) thread_local const kiv_multi_chan_cfg *t_loading =
+    nullptr;
 
 void kiv_log(uint8_t level, const char *fmt, ...)
 {
@@ -26,6 +30,7 @@ void kiv_log(uint8_t level, const char *fmt, ...)
     va_end(copy);
     va_end(ap);
     fputs(buf, stdout);
+    kiv_run_spend_log();
 }
 
 void kiv_set_log_level(int32_t level)

@@ -3,7 +3,10 @@
 #include <atomic>
 #include <inttypes.h>
 #include <stdio.h>
+#include <errno.h>
 #include <stdlib.h>
+#include <string.h>
+#include <time.h>
 
 #include <lauxlib.h>
 
@@ -11,15 +14,19 @@
 
 static std::atomic<size_t> g_mem_limit{KIV_LUA_MEM_LIMIT};
 static std::atomic<uint64_t> g_instruction_limit{KIV_LUA_INSTRUCTION_LIMIT};
+static std::atomic<uint32_t> g_time_limit_ms{KIV_LUA_TIME_LIMIT_MS};
+static std::atomic<bool> g_text_only{KIV_LUA_TEXT_ONLY != 0};
 static std::atomic<uint64_t> g_created{0};
 static std::atomic<uint64_t> g_closed{0};
 static std::atomic<uint64_t> g_heap_calls{0};
 
-void kiv_set_run_limits(size_t mem_bytes, uint64_t instructions)
+void kiv_set_run_limits(const kiv_run_limits &l)
 {
-    g_mem_limit.store(mem_bytes ? mem_bytes : KIV_LUA_MEM_LIMIT, std::memory_order_relaxed);
-    g_instruction_limit.store(instructions ? instructions : KIV_LUA_INSTRUCTION_LIMIT,
-                              std::memory_order_relaxed);
+    constexpr auto relaxed = std::memory_order_relaxed;
+    g_mem_limit.store(l.mem_bytes ? l.mem_bytes : KIV_LUA_MEM_LIMIT, relaxed);
+    g_instruction_limit.store(l.instructions ? l.instructions : KIV_LUA_INSTRUCTION_LIMIT, relaxed);
+    g_time_limit_ms.store(l.time_ms ? l.time_ms : KIV_LUA_TIME_LIMIT_MS, relaxed);
+    g_text_only.store(l.text_only < 0 ? KIV_LUA_TEXT_ONLY != 0 : l.text_only != 0, relaxed);
 }
 
 kiv_run_counts kiv_get_run_counts(void)
@@ -30,9 +37,18 @@ kiv_run_counts kiv_get_run_counts(void)
 namespace
 {
 
-// The instruction budget is checked by a count hook every this many
-// instructions.
-constexpr int HOOK_PERIOD = 10000;
+// The hook runs every this many instructions: it counts them against the
+// budget and looks at the clock.
+constexpr int HOOK_PERIOD = 1000;
+// The allocator looks at the clock every this many allocations (parsing
+// runs no instructions, but allocates as it goes).
+constexpr uint32_t ALLOCS_PER_CLOCK = 64;
+// The reading looks at the clock every this many instructions' worth.
+constexpr int64_t READ_PER_CLOCK = 4096;
+
+const char INSTRUCTIONS[] = "script exceeded the instruction limit";
+const char READING[] = "reading the script's tables exceeded the instruction limit";
+const char TIME[] = "script exceeded the time limit";
 
 struct run_frame {
     const char *path;
@@ -42,12 +58,36 @@ struct run_frame {
     bool script_failed;
     size_t mem_used;
     size_t mem_limit;
+    size_t mem_peak;
     uint64_t heap_calls; // realloc and free calls made for the state
-    uint64_t ticks_left;
+    int64_t work_left;   // instructions still allowed, reading included
+    int64_t ran;         // instructions run
+    int64_t read_units;  // instructions charged for reading
+    int64_t deadline;    // CLOCK_MONOTONIC, in nanoseconds
+    bool parsing;        // the script is being loaded, not yet run
+    bool after_refusal;  // the last growth was refused for memory
+    uint32_t allocs_to_clock;
+    int64_t read_to_clock;
+    // The bound the allocator stopped the run for (it can only refuse
+    // memory, so Lua reports "not enough memory"): its message, or null.
+    const char *refused;
 };
 
-// The state's allocator: the default one, refusing to grow past the limit
-// (Lua then raises its "not enough memory" error).
+// The run in progress on this thread (initial-exec: one instruction to
+// reach, no allocation when a thread first touches it).
+__attribute__((tls_model("initial-exec"))) thread_local run_frame *t_frame = nullptr;
+__attribute__((tls_model("initial-exec"))) thread_local kiv_run_use t_last{};
+
+int64_t now_ns()
+{
+    timespec ts;
+    clock_gettime(CLOCK_MONOTONIC, &ts);
+    return static_cast<int64_t>(ts.tv_sec) * 1000000000 + ts.tv_nsec;
+}
+
+// The state's allocator: the C library's, refusing to grow past the memory
+// limit (Lua then raises its "not enough memory" error) and, once the time
+// is up, refusing to grow at all.
 void *bounded_alloc(void *ud, void *ptr, size_t osize, size_t nsize)
 {
     run_frame *f = static_cast<run_frame *>(ud);
@@ -58,12 +98,36 @@ void *bounded_alloc(void *ud, void *ptr, size_t osize, size_t nsize)
         f->mem_used -= old;
         return nullptr;
     }
-    if (nsize > old && nsize - old > f->mem_limit - f->mem_used)
-        return nullptr;
+    if (nsize > old) {
+        if (f->refused)
+            return nullptr;
+        const bool fits = nsize - old <= f->mem_limit - f->mem_used;
+        // The clock is looked at while the parser runs (no hook stops it),
+        // and at and after a refusal for memory: each refusal makes Lua
+        // collect the whole heap and try again, so a script living at the
+        // cap could otherwise outlast the time limit between two counts.  A
+        // large block counts as many allocations.  While the script runs,
+        // the hook stops it at the next count.
+        const bool look = !fits || f->after_refusal ||
+                          (f->parsing && (--f->allocs_to_clock == 0 || nsize - old >= 65536));
+        f->after_refusal = !fits;
+        if (look) {
+            f->allocs_to_clock = ALLOCS_PER_CLOCK;
+            if (now_ns() > f->deadline) {
+                f->refused = TIME;
+                return nullptr;
+            }
+        }
+        if (!fits)
+            return nullptr;
+    }
     void *p = realloc(ptr, nsize);
     ++f->heap_calls;
-    if (p)
+    if (p) {
         f->mem_used = f->mem_used - old + nsize;
+        if (f->mem_used > f->mem_peak)
+            f->mem_peak = f->mem_used;
+    }
     return p;
 }
 
@@ -75,9 +139,96 @@ run_frame *frame_of(lua_State *L)
 void count_hook(lua_State *L, lua_Debug *)
 {
     run_frame *f = frame_of(L);
-    if (f->ticks_left == 0)
-        luaL_error(L, "script exceeded the instruction limit");
-    --f->ticks_left;
+    f->work_left -= HOOK_PERIOD;
+    f->ran += HOOK_PERIOD;
+    if (f->work_left < 0)
+        luaL_error(L, "%s", INSTRUCTIONS);
+    if (now_ns() > f->deadline)
+        luaL_error(L, "%s", TIME);
+}
+
+// The script file, read for the parser with a look at the clock before each
+// block: a script that takes long to parse without allocating (a long
+// comment) is stopped too.  Otherwise as the interpreter's own file loader:
+// a UTF-8 byte order mark and a first line starting with '#' are skipped
+// (the line's end kept, so that line numbers stay right), and a file that
+// cannot be opened or read gives "cannot open|read PATH: REASON".
+struct script_file {
+    run_frame *f;
+    FILE *fp;
+    size_t n; // bytes in buf not yet handed over
+    char buf[BUFSIZ];
+};
+
+const char *read_block(lua_State *, void *ud, size_t *size)
+{
+    script_file *s = static_cast<script_file *>(ud);
+    if (s->n > 0) {
+        *size = s->n;
+        s->n = 0;
+        return s->buf;
+    }
+    if (feof(s->fp))
+        return nullptr;
+    if (now_ns() > s->f->deadline) {
+        s->f->refused = TIME; // the parser sees the end of the text
+        return nullptr;
+    }
+    *size = fread(s->buf, 1, sizeof s->buf, s->fp);
+    return s->buf;
+}
+
+int file_error(lua_State *L, const char *fmt, const char *path)
+{
+    lua_pushfstring(L, fmt, path, strerror(errno));
+    return LUA_ERRFILE;
+}
+
+// The first character after a byte order mark (whose bytes, when they are
+// only a prefix of one, stay in s->buf for the parser).
+int skip_bom(script_file *s)
+{
+    const char *bom = "\xEF\xBB\xBF";
+    s->n = 0;
+    int c;
+    do {
+        c = getc(s->fp);
+        if (c == EOF || c != static_cast<unsigned char>(*bom++))
+            return c;
+        s->buf[s->n++] = static_cast<char>(c);
+    } while (*bom != '\0');
+    s->n = 0;
+    return getc(s->fp);
+}
+
+int load_script(lua_State *L, run_frame *f)
+{
+    script_file s;
+    s.f = f;
+    s.fp = fopen(f->path, "r");
+    if (!s.fp)
+        return file_error(L, "cannot open %s: %s", f->path);
+    int c = skip_bom(&s);
+    if (c == '#') {
+        do
+            c = getc(s.fp);
+        while (c != EOF && c != '\n');
+        c = getc(s.fp);
+        s.buf[s.n++] = '\n';
+    }
+    if (c != EOF)
+        s.buf[s.n++] = static_cast<char>(c);
+    lua_pushfstring(L, "@%s", f->path);
+    int rc = lua_load(L, read_block, &s, lua_tostring(L, -1),
+                      g_text_only.load(std::memory_order_relaxed) ? "t" : nullptr);
+    lua_remove(L, -2); // the chunk name
+    int failed = ferror(s.fp);
+    fclose(s.fp);
+    if (failed) {
+        lua_settop(L, -2);
+        return file_error(L, "cannot read %s: %s", f->path);
+    }
+    return rc;
 }
 
 // Runs in protected mode.  Script errors are caught by the inner call and
@@ -86,7 +237,9 @@ int protected_run(lua_State *L)
 {
     run_frame *f = frame_of(L);
     lua_settop(L, 0);
-    int rc = luaL_loadfilex(L, f->path, nullptr);
+    f->parsing = true;
+    int rc = load_script(L, f);
+    f->parsing = false;
     if (rc == LUA_OK) {
         lua_sethook(L, count_hook, LUA_MASKCOUNT, HOOK_PERIOD);
         rc = lua_pcall(L, 0, 0, 0);
@@ -122,16 +275,50 @@ const char *error_text(lua_State *L, char *buf, size_t cap)
 
 } // namespace
 
+void kiv_run_spend(lua_State *L, int64_t units)
+{
+    run_frame *f = t_frame;
+    if (!f)
+        return;
+    f->work_left -= units;
+    f->read_units += units;
+    if (f->work_left < 0)
+        luaL_error(L, "%s", READING);
+    if ((f->read_to_clock -= units) < 0) {
+        f->read_to_clock = READ_PER_CLOCK;
+        if (now_ns() > f->deadline)
+            luaL_error(L, "%s", TIME);
+    }
+}
+
+void kiv_run_spend_log(void)
+{
+    if (run_frame *f = t_frame) {
+        f->work_left -= KIV_LOG_COST;
+        f->read_units += KIV_LOG_COST;
+    }
+}
+
+kiv_run_use kiv_last_run_use(void)
+{
+    return t_last;
+}
+
 int32_t kiv_run_script(const char *fn, const char *path, kiv_read_fn read, void *ctx,
                        int32_t no_state, int32_t failed)
 {
+    int64_t start = now_ns();
     run_frame f{};
     f.path = path;
     f.read = read;
     f.ctx = ctx;
     f.mem_limit = g_mem_limit.load(std::memory_order_relaxed);
-    uint64_t limit = g_instruction_limit.load(std::memory_order_relaxed);
-    f.ticks_left = limit / HOOK_PERIOD;
+    const uint64_t instructions = g_instruction_limit.load(std::memory_order_relaxed);
+    f.work_left = instructions < INT64_MAX ? static_cast<int64_t>(instructions) : INT64_MAX;
+    const uint32_t ms = g_time_limit_ms.load(std::memory_order_relaxed);
+    f.deadline = ms ? start + static_cast<int64_t>(ms) * 1000000 : INT64_MAX; // 0: no limit
+    f.allocs_to_clock = ALLOCS_PER_CLOCK;
+    f.read_to_clock = READ_PER_CLOCK;
 
     lua_State *L = lua_newstate(bounded_alloc, &f);
     if (!L) {
@@ -141,17 +328,22 @@ int32_t kiv_run_script(const char *fn, const char *path, kiv_read_fn read, void 
     }
     g_created.fetch_add(1, std::memory_order_relaxed);
     *static_cast<run_frame **>(lua_getextraspace(L)) = &f;
+    t_frame = &f;
 
     lua_pushcfunction(L, protected_run);
     int rc = lua_pcall(L, 0, 1, 0);
+    t_frame = nullptr;
     int32_t result = f.result;
     if (rc != LUA_OK || f.script_failed) {
         char buf[64];
-        KIV_ERR(fn, "lua error msg is %s.\n", error_text(L, buf, sizeof buf));
+        KIV_ERR(fn, "lua error msg is %s.\n",
+                f.refused ? f.refused : error_text(L, buf, sizeof buf));
         result = failed;
     }
     lua_close(L);
     g_closed.fetch_add(1, std::memory_order_relaxed);
     g_heap_calls.fetch_add(f.heap_calls, std::memory_order_relaxed);
+    t_last = {static_cast<uint64_t>(f.ran), static_cast<uint64_t>(f.read_units), f.mem_peak,
+              static_cast<uint64_t>(now_ns() - start)};
     return result;
 }

@@ -1,6 +1,12 @@
 // Running a configuration script: the one way every loader creates a Lua
 // state, runs a file within the resource bounds, reads what it defined and
 // closes the state again.
+//
+// Three bounds hold for everything a script makes the library do, loading,
+// running and the reading of its tables included; a script that exceeds one
+// fails like any failing script.  The defaults are chosen from measurement
+// (docs/robustness.md): the largest legitimate scripts stay 4 times below the
+// memory bound and 10 times below the instruction bound.
 #ifndef KIV_CORE_RUN_H
 #define KIV_CORE_RUN_H
 
@@ -11,13 +17,32 @@
 
 // Memory a script's Lua state may hold, in bytes.
 #ifndef KIV_LUA_MEM_LIMIT
-#define KIV_LUA_MEM_LIMIT (256u * 1024u * 1024u) /* 256 MiB */
+#define KIV_LUA_MEM_LIMIT (96u * 1024u * 1024u) /* 96 MiB */
 #endif
 
-// Lua instructions a script may execute before it is stopped.
+// Lua instructions a script may execute, the reading of its tables counted
+// in (KIV_READ_COST per table access, KIV_LOG_COST per log line printed).
 #ifndef KIV_LUA_INSTRUCTION_LIMIT
-#define KIV_LUA_INSTRUCTION_LIMIT 2000000000ull /* about a few seconds */
+#define KIV_LUA_INSTRUCTION_LIMIT 20000000ull /* 2e7 */
 #endif
+
+// Wall-clock time one call may spend on a script, in milliseconds: the
+// bound for work that instructions do not measure (a hash table of colliding
+// keys, the collector, parsing).
+#ifndef KIV_LUA_TIME_LIMIT_MS
+#define KIV_LUA_TIME_LIMIT_MS 250u
+#endif
+
+// 1: scripts are loaded as text only, and a precompiled chunk fails like a
+// script with a syntax error (for products that take configurations from
+// outside: the interpreter trusts precompiled code).
+#ifndef KIV_LUA_TEXT_ONLY
+#define KIV_LUA_TEXT_ONLY 0
+#endif
+
+// What reading costs, in instructions (see docs/robustness.md).
+#define KIV_READ_COST 4
+#define KIV_LOG_COST 1000
 
 // Reads what the script left in the state: called with an empty stack, in
 // protected mode (a Lua error raised inside, such as running out of memory,
@@ -34,9 +59,23 @@ typedef int32_t (*kiv_read_fn)(lua_State *L, void *ctx);
 int32_t kiv_run_script(const char *fn, const char *path, kiv_read_fn read, void *ctx,
                        int32_t no_state, int32_t failed);
 
-// Bounds in force for the runs that start after the call (0 = the build's
-// default).  For tests and tools; not part of the library's interface.
-void kiv_set_run_limits(size_t mem_bytes, uint64_t instructions);
+// Counts `units` instructions of reading against the bounds of the run in
+// progress on this thread; raises a Lua error on L when one is exceeded.
+// Does nothing outside a run (a parser tested on a state of its own).
+void kiv_run_spend(lua_State *L, int64_t units);
+// Counts a printed log line (never raises: the next read does).
+void kiv_run_spend_log(void);
+
+// Bounds in force for the runs that start after the call; a field left 0
+// (text_only: -1) takes the build's default.  For tests and tools; not part
+// of the library's interface.
+struct kiv_run_limits {
+    size_t mem_bytes = 0;
+    uint64_t instructions = 0;
+    uint32_t time_ms = 0; // UINT32_MAX: as good as none
+    int text_only = -1;
+};
+void kiv_set_run_limits(const kiv_run_limits &limits);
 
 // Numbers of states created and closed since the process started, and of
 // the calls the states' allocator made to the C library's realloc and free
@@ -47,5 +86,16 @@ struct kiv_run_counts {
     uint64_t heap_calls;
 };
 kiv_run_counts kiv_get_run_counts(void);
+
+// What the last run on this thread used: instructions run (to the hook's
+// period), instructions charged for reading, the state's memory high-water
+// mark in bytes, and the wall-clock time in nanoseconds.
+struct kiv_run_use {
+    uint64_t instructions;
+    uint64_t reading;
+    size_t mem_peak;
+    uint64_t ns;
+};
+kiv_run_use kiv_last_run_use(void);
 
 #endif

@@ -62,6 +62,7 @@ static int32_t count_items(lua_State *L, void *ctx)
     lua_pushnil(L);
     while (lua_next(L, -2) != 0) {
         lua_settop(L, -2);
+        kiv_run_spend(L, KIV_READ_COST);
         ++n;
     }
     lua_settop(L, -2);
@@ -126,6 +127,7 @@ static int32_t load_items(lua_State *L, void *ctx)
     int32_t ret = 0;
     lua_pushnil(L);
     for (uint32_t i = 0; i < c->data_size; ++i) {
+        kiv_run_spend(L, 3 * KIV_READ_COST); // the item and its two numbers
         if (lua_next(L, base) == 0) {
             KIV_ERR(FN_LOAD, "Could not find item.\n");
             ret = -2;
