@@ -3,6 +3,15 @@
 -- on channel 2.  Channels 0 and 1 form a channel group.  Five canvases,
 -- some fed by several channels, serve four encoded streams and a preview
 -- output; a fifth stream encodes a cropped view with efm frames.
+--
+-- What a dump of this script does not carry, on purpose (kiv lint):
+-- kiv lint expects: lossy-round-trip channels[0].vsrc.calib_data: a dump has no place for the path
+-- kiv lint expects: lossy-round-trip channels[1].vsrc.calib_data: the same sensor as channel 0
+-- kiv lint expects: lossy-round-trip channels[2].vsrc.calib_data: a dump has no place for the path
+-- kiv lint expects: unbound-buffer channels[0].src_buf[0][6]: premain feeds the warp, not a canvas
+-- kiv lint expects: unbound-buffer channels[0].src_buf[1][1]: second_1 is kept for analytics
+-- kiv lint expects: unbound-buffer channels[1].src_buf[0][1]: second feeds pass_1, not a canvas
+-- kiv lint expects: overlapping-windows channels[1].src_buf[0][0].output: the preview's picture in picture
 
 -- The main sensor, shared by channels 0 and 1.
 local main_sensor = {

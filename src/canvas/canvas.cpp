@@ -48,9 +48,7 @@ static const kiv_key keys_before_source[] = {
     OPTIONAL_KEY("set_min_unlocked_buf_num", set_min_unlocked_buf_num),
     OPTIONAL_KEY("cached_items", cached_items),
     OPTIONAL_KEY("enc_dummy_latency", enc_dummy_latency),
-    {"frame_rate", KIV_OPTIONAL, 0, 0, store_frame_rate,
-     [](const void *r) -> uint32_t { return static_cast<const kiv_canvas_cfg *>(r)->frame_rate; },
-     nullptr,
+    {"frame_rate", KIV_OPTIONAL, 0, 0, store_frame_rate, nullptr, nullptr,
      "KIV_WARN:: %s(%d): item(%s) doesn't exist, set 0 by default, and will be the same as the "
      "idsp fps\n"},
     OPTIONAL_KEY("zero_fps", zero_fps),
@@ -106,7 +104,9 @@ static int32_t read_canvas(lua_State *L, kiv_multi_chan_cfg *cfg, int32_t pos)
     c->width = static_cast<uint32_t>(size[0]);
     c->height = static_cast<uint32_t>(size[1]);
 
-    if (c->type == TYPE_PREV && (ret = kiv_read_keys(L, FN, c, prev_keys)) != 0)
+    if (c->type != TYPE_PREV)
+        kiv_note_unread_keys(prev_keys); // a preview canvas's keys
+    else if ((ret = kiv_read_keys(L, FN, c, prev_keys)) != 0)
         return ret;
     if ((ret = kiv_read_keys(L, FN, c, keys_before_source)) != 0)
         return ret;

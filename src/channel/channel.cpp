@@ -210,7 +210,13 @@ static int32_t read_channel(lua_State *L, kiv_multi_chan_cfg *cfg)
     kiv_read_keys(L, FN, &chan, mc_mask_keys);
     // A faulty further pass fails the channel only once the rest of its table
     // has been read.
-    int32_t pass_ret = chan.pass_num >= 2 ? kiv_get_src_buf_passes(L, &chan) : 0;
+    int32_t pass_ret = 0;
+    if (chan.pass_num >= 2) {
+        pass_ret = kiv_get_src_buf_passes(L, &chan);
+    } else {
+        static const char *const FURTHER[] = {"pass_1"};
+        kiv_note_unread(FURTHER, 1);
+    }
     if (kiv_get_pyramid_cfg(L, &chan) != 0)
         KIV_WARN(FN, "pyramid of channel(%d) doen't exist\n", chan.id);
     if (kiv_get_vsrc_cfg(L, &chan.vsrc) != 0) {
@@ -273,7 +279,7 @@ int32_t kiv_get_channel_cfg(lua_State *L, kiv_multi_chan_cfg *cfg)
 // (no value) that opens a group of lines.
 struct chan_line {
     const char *fmt;
-    kiv_load_fn load;
+    uint32_t (*load)(const void *chan);
 };
 
 #define LINE(fmt, k)                                                                               \

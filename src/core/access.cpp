@@ -14,6 +14,35 @@ static lua_Integer lua_key(int32_t index)
     return static_cast<int32_t>(static_cast<uint32_t>(index) + 1u);
 }
 
+// The watcher of this thread's reading (initial-exec: one instruction to
+// reach when none is set, which is always, outside tools).
+static __attribute__((tls_model("initial-exec"))) thread_local const kiv_watcher *t_watcher =
+    nullptr;
+
+void kiv_set_watcher(const kiv_watcher *w)
+{
+    t_watcher = w;
+}
+
+const kiv_watcher *kiv_get_watcher(void)
+{
+    return t_watcher;
+}
+
+void kiv_note_unread(const char *const *keys, size_t n)
+{
+    if (const kiv_watcher *w = t_watcher)
+        for (size_t i = 0; i < n; ++i)
+            w->unread(w->ctx, keys[i]);
+}
+
+// Tells the watcher about the lookup whose value was just pushed.
+static inline void watch(lua_State *L, const char *name, int32_t index, kiv_want want)
+{
+    if (const kiv_watcher *w = t_watcher)
+        w->lookup(w->ctx, L, name, index, want);
+}
+
 // Every table access counts against the run's bounds (kiv_run_spend):
 // reading a script's tables can cost more than running it.
 
@@ -83,6 +112,7 @@ static int32_t pop_string(lua_State *L, char *buf, size_t cap)
 int32_t kiv_is_item_exist_str(lua_State *L, const char *name)
 {
     int t = push_field(L, name);
+    watch(L, name, -1, KIV_WANT_ANY);
     lua_settop(L, -2);
     if (t == LUA_TNIL) {
         log_missing_str(name);
@@ -94,6 +124,7 @@ int32_t kiv_is_item_exist_str(lua_State *L, const char *name)
 int32_t kiv_is_item_exist_int(lua_State *L, int32_t index)
 {
     int t = push_elem(L, index);
+    watch(L, nullptr, index, KIV_WANT_ANY);
     lua_settop(L, -2);
     if (t == LUA_TNIL) {
         log_missing_int(index);
@@ -106,7 +137,9 @@ int32_t kiv_is_item_exist_int(lua_State *L, int32_t index)
 // second lookup of the same key would find the same value.
 int32_t kiv_get_integer_item_str(lua_State *L, const char *name, int32_t *value)
 {
-    if (push_field(L, name) == LUA_TNIL) {
+    int t = push_field(L, name);
+    watch(L, name, -1, KIV_WANT_INTEGER);
+    if (t == LUA_TNIL) {
         lua_settop(L, -2);
         log_missing_str(name);
         return -2;
@@ -117,7 +150,9 @@ int32_t kiv_get_integer_item_str(lua_State *L, const char *name, int32_t *value)
 
 int32_t kiv_get_string_item_str(lua_State *L, const char *name, char *buf, size_t cap)
 {
-    if (push_field(L, name) == LUA_TNIL)
+    int t = push_field(L, name);
+    watch(L, name, -1, KIV_WANT_STRING);
+    if (t == LUA_TNIL)
         lua_settop(L, -2);
     else if (pop_string(L, buf, cap) == 0)
         return 0;
@@ -127,7 +162,9 @@ int32_t kiv_get_string_item_str(lua_State *L, const char *name, char *buf, size_
 
 int32_t kiv_get_integer_item_int(lua_State *L, int32_t index, int32_t *value)
 {
-    if (push_elem(L, index) == LUA_TNIL) {
+    int t = push_elem(L, index);
+    watch(L, nullptr, index, KIV_WANT_INTEGER);
+    if (t == LUA_TNIL) {
         lua_settop(L, -2);
         log_missing_int(index);
         return -2;
@@ -138,7 +175,9 @@ int32_t kiv_get_integer_item_int(lua_State *L, int32_t index, int32_t *value)
 
 int32_t kiv_get_string_item_int(lua_State *L, int32_t index, char *buf, size_t cap)
 {
-    if (push_elem(L, index) == LUA_TNIL)
+    int t = push_elem(L, index);
+    watch(L, nullptr, index, KIV_WANT_STRING);
+    if (t == LUA_TNIL)
         lua_settop(L, -2);
     else if (pop_string(L, buf, cap) == 0)
         return 0;
@@ -164,7 +203,9 @@ int32_t kiv_get_array_item_num(lua_State *L)
 // existence check's line and pushes nothing.
 static bool enter_array(lua_State *L, const char *name)
 {
-    if (push_field(L, name) == LUA_TTABLE)
+    int t = push_field(L, name);
+    watch(L, name, -1, KIV_WANT_ARRAY);
+    if (t == LUA_TTABLE)
         return true;
     lua_settop(L, -2);
     log_missing_str(name);
@@ -195,10 +236,12 @@ int32_t kiv_get_array_integers_str(lua_State *L, const char *name, int32_t *valu
         kiv_get_log_level() >= KIV_LEVEL_DEBUG || max >= INT32_MAX - 1 ? INT32_MAX : max + 1;
     int32_t n = 0;
     while (n < stop && push_counted(L, n) != LUA_TNIL) {
-        if (n < max)
+        if (n < max) {
+            watch(L, name, n, KIV_WANT_INTEGER);
             pop_integer(L, &values[n]);
-        else
+        } else {
             lua_settop(L, -2);
+        }
         ++n;
     }
     lua_settop(L, n < stop ? -3 : -2); // the nil (when the count reached it) and the array
@@ -213,7 +256,9 @@ int32_t kiv_get_array_integer_item_str(lua_State *L, const char *name, int32_t i
         KIV_ERR("kiv_get_array_integer_item_str", "array item(%s) doesn't exist\n", name);
         return -1;
     }
-    if (push_elem(L, index) == LUA_TNIL) {
+    int t = push_elem(L, index);
+    watch(L, name, index, KIV_WANT_INTEGER);
+    if (t == LUA_TNIL) {
         lua_settop(L, -3);
         log_missing_int(index);
         KIV_ERR("kiv_get_array_integer_item_str", "array item(%s) doesn't have item of index(%d)\n",
@@ -232,7 +277,9 @@ int32_t kiv_get_array_string_item_str(lua_State *L, const char *name, int32_t in
         KIV_ERR("kiv_get_array_string_item_str", "array item(%s) doesn't exist\n", name);
         return -2;
     }
-    if (push_elem(L, index) == LUA_TNIL)
+    int t = push_elem(L, index);
+    watch(L, name, index, KIV_WANT_STRING);
+    if (t == LUA_TNIL)
         lua_settop(L, -2); // the nil
     else if (pop_string(L, buf, cap) == 0) {
         lua_settop(L, -2);
@@ -245,10 +292,20 @@ int32_t kiv_get_array_string_item_str(lua_State *L, const char *name, int32_t in
     return -2;
 }
 
+// The watcher sees the entered table on top.
+static int32_t entered(lua_State *L)
+{
+    if (const kiv_watcher *w = t_watcher)
+        w->enter(w->ctx, L);
+    return 1;
+}
+
 int32_t kiv_enter_str(lua_State *L, const char *name)
 {
-    if (push_field(L, name) == LUA_TTABLE)
-        return 1;
+    int t = push_field(L, name);
+    watch(L, name, -1, KIV_WANT_TABLE);
+    if (t == LUA_TTABLE)
+        return entered(L);
     lua_settop(L, -2);
     log_missing_str(name);
     return 0;
@@ -256,8 +313,10 @@ int32_t kiv_enter_str(lua_State *L, const char *name)
 
 int32_t kiv_enter_int(lua_State *L, int32_t index)
 {
-    if (push_elem(L, index) == LUA_TTABLE)
-        return 1;
+    int t = push_elem(L, index);
+    watch(L, nullptr, index, KIV_WANT_TABLE);
+    if (t == LUA_TTABLE)
+        return entered(L);
     lua_settop(L, -2);
     log_missing_int(index);
     return 0;
@@ -265,6 +324,8 @@ int32_t kiv_enter_int(lua_State *L, int32_t index)
 
 void kiv_leave(lua_State *L)
 {
+    if (const kiv_watcher *w = t_watcher)
+        w->leave(w->ctx);
     lua_settop(L, -2);
 }
 

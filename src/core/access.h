@@ -60,6 +60,41 @@ int32_t kiv_enter_str(lua_State *L, const char *name);
 int32_t kiv_enter_int(lua_State *L, int32_t index);
 void kiv_leave(lua_State *L);
 
+// Watching the reading, for tools that check scripts (kiv lint): a watcher
+// set on a thread sees every table the parsers enter and every item they
+// look up, store or skip there.  The library itself never sets one.  The
+// calls must leave the Lua stack as they found it and raise no Lua error.
+enum kiv_want : uint8_t {
+    KIV_WANT_ANY,     // an existence check
+    KIV_WANT_INTEGER, // taken as an integer (lua_tointegerx; 0 when it does not convert)
+    KIV_WANT_STRING,  // taken as a string (a number gives its text; other types count as absent)
+    KIV_WANT_TABLE,   // entered as a table (other types count as absent)
+    KIV_WANT_ARRAY,   // counted or read as an array (other types count as absent)
+};
+
+struct kiv_watcher {
+    void *ctx;
+    // Field `name` (or, when name is null, element `index`, 0-based) of the
+    // table at -2 was looked up; its value (nil when absent) is at -1.
+    void (*lookup)(void *ctx, lua_State *L, const char *name, int32_t index, kiv_want want);
+    // The parser entered the value of the last lookup (now on top) / left it.
+    void (*enter)(void *ctx, lua_State *L);
+    void (*leave)(void *ctx);
+    // A key of a key table was stored (element `elem` of an array key, -1
+    // for a single value); `held` is what its field holds now.  Not called
+    // where a check of the key's own changed the value.
+    void (*stored)(void *ctx, const char *key, int32_t elem, int64_t held);
+    // A key the parser knows but did not read here (a switch is off, or the
+    // key belongs to another kind of table).
+    void (*unread)(void *ctx, const char *key);
+};
+
+// The watcher of the calling thread's reading; null for none.
+void kiv_set_watcher(const kiv_watcher *w);
+const kiv_watcher *kiv_get_watcher(void);
+// Tells the watcher, if any, that these keys were not read.
+void kiv_note_unread(const char *const *keys, size_t n);
+
 // Debug builds check that an operation leaves the Lua stack as it found it:
 // KIV_STACK_GUARD(L) at the start of a function asserts, when the function
 // returns, that the stack has its original height again.

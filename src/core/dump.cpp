@@ -10,8 +10,7 @@
 
 static const char FN[] = "kiv_dump_multi_chan_cfg";
 
-// The whole script, to `out` (null: standard output).
-static void write_script(FILE *out, const void *ctx)
+void kiv_write_script(FILE *out, const void *ctx)
 {
     const kiv_multi_chan_cfg *cfg = static_cast<const kiv_multi_chan_cfg *>(ctx);
     const int chans = cfg->chan_num < 3 ? cfg->chan_num : 3;
@@ -53,10 +52,10 @@ KIV_API int32_t kiv_dump_multi_chan_cfg(const kiv_multi_chan_cfg *cfg, const cha
     // what is left at the path.  A path that cannot be written at all gets
     // the script on standard output instead.
     if (path) {
-        if (kiv_write_file(FN, path, write_script, cfg) != KIV_FILE_NOT_OPENED)
+        if (kiv_write_file(FN, path, kiv_write_script, cfg) != KIV_FILE_NOT_OPENED)
             return 0;
         KIV_ERR(FN, "Open file [%s] error, output to console\n", path);
     }
-    write_script(nullptr, cfg);
+    kiv_write_script(nullptr, cfg);
     return 0;
 }

@@ -40,8 +40,12 @@ static int32_t read_array(lua_State *L, const char *fn, void *rec, const kiv_key
             k.store_elem(rec, i, k.dflt);
         return 0;
     }
-    for (uint32_t i = 0; i < k.elems; ++i)
+    const kiv_watcher *w = kiv_get_watcher();
+    for (uint32_t i = 0; i < k.elems; ++i) {
         k.store_elem(rec, i, static_cast<uint32_t>(v[i]));
+        if (w && k.load_elem)
+            w->stored(w->ctx, k.key, static_cast<int32_t>(i), k.load_elem(rec, i));
+    }
     return 0;
 }
 
@@ -71,7 +75,8 @@ int32_t kiv_read_keys(lua_State *L, const char *fn, void *rec, const kiv_key *ke
         }
         int32_t raw = 0;
         uint32_t v;
-        if (kiv_get_integer_item_str(L, k.key, &raw) == 0) {
+        bool given = kiv_get_integer_item_str(L, k.key, &raw) == 0;
+        if (given) {
             v = static_cast<uint32_t>(raw);
         } else {
             int32_t ret = absent(fn, k);
@@ -85,10 +90,23 @@ int32_t kiv_read_keys(lua_State *L, const char *fn, void *rec, const kiv_key *ke
                 return ret;
         }
         k.store(rec, v);
-        if (k.gate && !(v & 1))
+        const kiv_watcher *w = kiv_get_watcher();
+        if (w && given && k.load && v == static_cast<uint32_t>(raw))
+            w->stored(w->ctx, k.key, -1, k.load(rec));
+        if (k.gate && !(v & 1)) {
+            for (size_t g = 1; w && g <= k.gate && i + g < n; ++g)
+                w->unread(w->ctx, keys[i + g].key);
             i += k.gate;
+        }
     }
     return 0;
+}
+
+void kiv_note_unread_keys(const kiv_key *keys, size_t n)
+{
+    if (const kiv_watcher *w = kiv_get_watcher())
+        for (size_t i = 0; i < n; ++i)
+            w->unread(w->ctx, keys[i].key);
 }
 
 kiv_fps_pair kiv_fps_from_script(uint32_t value)

@@ -22,13 +22,15 @@ enum kiv_absent : uint8_t {
 };
 
 typedef void (*kiv_store_fn)(void *rec, uint32_t value);
-typedef uint32_t (*kiv_load_fn)(const void *rec);
+// The value a field holds, as its own type converts it (signed fields
+// negative where they are): what a stored value became.
+typedef int64_t (*kiv_load_fn)(const void *rec);
 // Runs before the value is stored; may change it.  Returns 0 to go on, or
 // the (negative) result that ends the table's read.
 typedef int32_t (*kiv_check_fn)(const char *fn, const char *key, uint32_t *value);
 // Element access of an array key: element `index` of the value.
 typedef void (*kiv_store_elem_fn)(void *rec, uint32_t index, uint32_t value);
-typedef uint32_t (*kiv_load_elem_fn)(const void *rec, uint32_t index);
+typedef int64_t (*kiv_load_elem_fn)(const void *rec, uint32_t index);
 // Takes the string of a string key and stores it into rec (a name looked up
 // in a table, a path copied, ...).  Returns 0 to go on, or the (negative)
 // result that ends the table's read.
@@ -72,9 +74,8 @@ struct kiv_key {
 
 // Store and load functions of field `field` of record type T.
 #define KIV_FIELD(T, field)                                                                        \
-    [](void *r, uint32_t v) { static_cast<T *>(r)->field = v; }, [](const void *r) -> uint32_t {   \
-        return static_cast<uint32_t>(static_cast<const T *>(r)->field);                            \
-    }
+    [](void *r, uint32_t v) { static_cast<T *>(r)->field = v; },                                   \
+        [](const void *r) -> int64_t { return static_cast<const T *>(r)->field; }
 
 // Element access of an array key whose two elements are the fields f0 and f1.
 #define KIV_PAIR(T, f0, f1)                                                                        \
@@ -85,9 +86,9 @@ struct kiv_key {
         else                                                                                       \
             t->f1 = v;                                                                             \
     },                                                                                             \
-        [](const void *r, uint32_t i) -> uint32_t {                                                \
+        [](const void *r, uint32_t i) -> int64_t {                                                 \
             const T *t = static_cast<const T *>(r);                                                \
-            return static_cast<uint32_t>(i == 0 ? t->f0 : t->f1);                                  \
+            return i == 0 ? t->f0 : t->f1;                                                         \
         }
 
 // Reads keys[0 .. n-1] from the table on top of the stack into rec, in
@@ -99,6 +100,16 @@ template <size_t N>
 int32_t kiv_read_keys(lua_State *L, const char *fn, void *rec, const kiv_key (&keys)[N])
 {
     return kiv_read_keys(L, fn, rec, keys, N);
+}
+
+// Tells a watcher of the reading (kiv_set_watcher) that keys[0 .. n-1] were
+// not read where they could have been.
+void kiv_note_unread_keys(const kiv_key *keys, size_t n);
+
+template <size_t N>
+void kiv_note_unread_keys(const kiv_key (&keys)[N])
+{
+    kiv_note_unread_keys(keys, N);
 }
 
 // Frame rates.  A rate read from a script is kept in whole frames per second

@@ -35,6 +35,7 @@ struct writer {
     bool counting;
     uint64_t length; // bytes written, or counted
     int err;         // the first write error
+    int why;         // why the file was not opened or not written
 };
 
 // The stream's sink: writes everything to w->fd, or only counts it.  After a
@@ -198,7 +199,7 @@ kiv_file_result write_new(writer *w, const char *fn, const char *path, kiv_text_
     // directory's default ACL takes away.
     int tmp = open_dir(w, path) ? make_temp(w, 0666) : -1;
     if (tmp < 0)
-        return KIV_FILE_NOT_OPENED; // the caller could not create it either
+        return w->why = errno, KIV_FILE_NOT_OPENED; // the caller could not create it either
     int err = fill_temp(w, tmp, text, ctx);
     if (!err)
         err = place_new(w);
@@ -207,7 +208,7 @@ kiv_file_result write_new(writer *w, const char *fn, const char *path, kiv_text_
         char buf[64];
         KIV_ERR(fn, "write to file [%s] failed (%s), no file was created\n", path,
                 why(err, buf, sizeof buf));
-        return KIV_FILE_FAILED;
+        return w->why = err, KIV_FILE_FAILED;
     }
     sync_dir(w, fn, path);
     return KIV_FILE_WRITTEN;
@@ -234,7 +235,7 @@ kiv_file_result rewrite_in_place(writer *w, int fd, const char *fn, const char *
     if (err) {
         KIV_ERR(fn, "write to file [%s] failed (%s), the file was left as it was\n", path,
                 why(err, buf, sizeof buf));
-        return KIV_FILE_FAILED;
+        return w->why = err, KIV_FILE_FAILED;
     }
     err = emit(w, text, ctx, false);
     if (!err && ftruncate(fd, static_cast<off_t>(w->length)) != 0)
@@ -246,7 +247,7 @@ kiv_file_result rewrite_in_place(writer *w, int fd, const char *fn, const char *
                 "write to file [%s] failed (%s) while it was rewritten in place, the file is "
                 "incomplete\n",
                 path, why(err, buf, sizeof buf));
-        return KIV_FILE_FAILED;
+        return w->why = err, KIV_FILE_FAILED;
     }
     return KIV_FILE_WRITTEN;
 }
@@ -289,7 +290,7 @@ kiv_file_result replace(writer *w, int fd, const struct stat &st, bool created, 
         char buf[64];
         KIV_ERR(fn, "write to file [%s] failed (%s), %s\n", path, why(err, buf, sizeof buf),
                 created ? "no file was created" : "the file was left as it was");
-        return KIV_FILE_FAILED;
+        return w->why = err, KIV_FILE_FAILED;
     }
     sync_dir(w, fn, path);
     return KIV_FILE_WRITTEN;
@@ -301,10 +302,11 @@ kiv_file_result write_existing(writer *w, bool dangling, const char *fn, const c
 {
     int fd = open(path, O_WRONLY | O_CREAT | O_CLOEXEC | O_NOCTTY, 0666);
     if (fd < 0)
-        return KIV_FILE_NOT_OPENED;
+        return w->why = errno, KIV_FILE_NOT_OPENED;
     struct stat st;
     kiv_file_result r = KIV_FILE_NOT_OPENED;
     if (fstat(fd, &st) != 0) {
+        w->why = errno;
         r = KIV_FILE_NOT_OPENED;
     } else if (S_ISREG(st.st_mode)) {
         r = replace(w, fd, st, dangling, fn, path, text, ctx);
@@ -316,6 +318,7 @@ kiv_file_result write_existing(writer *w, bool dangling, const char *fn, const c
         if (err) {
             char buf[64];
             KIV_ERR(fn, "write to file [%s] failed (%s)\n", path, why(err, buf, sizeof buf));
+            w->why = err;
             r = KIV_FILE_FAILED;
         }
     }
@@ -325,22 +328,30 @@ kiv_file_result write_existing(writer *w, bool dangling, const char *fn, const c
 
 } // namespace
 
-kiv_file_result kiv_write_file(const char *fn, const char *path, kiv_text_fn text, const void *ctx)
+kiv_file_result kiv_write_file(const char *fn, const char *path, kiv_text_fn text, const void *ctx,
+                               int *err)
 {
     writer *w = static_cast<writer *>(malloc(sizeof(writer)));
-    if (!w)
+    if (!w) {
+        if (err)
+            *err = ENOMEM;
         return KIV_FILE_NOT_OPENED;
+    }
     w->dir = -1;
     w->fd = -1;
+    w->why = 0;
     struct stat st;
     kiv_file_result r;
     if (lstat(path, &st) != 0) {
+        w->why = errno;
         r = errno == ENOENT ? write_new(w, fn, path, text, ctx) : KIV_FILE_NOT_OPENED;
     } else {
         // A link to nothing: opening it creates the file it names, as `>` does.
         bool dangling = S_ISLNK(st.st_mode) && stat(path, &st) != 0 && errno == ENOENT;
         r = write_existing(w, dangling, fn, path, text, ctx);
     }
+    if (err)
+        *err = r == KIV_FILE_WRITTEN ? 0 : w->why;
     if (w->dir >= 0)
         close(w->dir);
     free(w);

@@ -40,6 +40,9 @@ enum kiv_file_result {
     KIV_FILE_FAILED,     // writing failed; the log (under `fn`) says what is at the path
 };
 
-kiv_file_result kiv_write_file(const char *fn, const char *path, kiv_text_fn text, const void *ctx);
+// `err`, when given, receives why the file was not opened or not written:
+// an errno value, or -1 when the file was replaced by another meanwhile.
+kiv_file_result kiv_write_file(const char *fn, const char *path, kiv_text_fn text, const void *ctx,
+                               int *err = nullptr);
 
 #endif

@@ -19,6 +19,10 @@ int32_t kiv_get_stream_cfg(lua_State *L, kiv_multi_chan_cfg *cfg);
 // Ends the loader's use of the state (the run frame closes it).
 int32_t kiv_get_mem_cfg_resource(lua_State *L, kiv_multi_chan_cfg *cfg);
 
+// The whole script the dump writes for the record at ctx, to `out` (null:
+// standard output); a kiv_text_fn for kiv_write_file.
+void kiv_write_script(FILE *out, const void *ctx);
+
 // Writers: `out` is the open output, or null for standard output.
 int32_t kiv_dump_virt_mode_cfg(const kiv_multi_chan_cfg *cfg, FILE *out, uint8_t hp_fps,
                                uint8_t chan_num);

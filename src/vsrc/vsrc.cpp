@@ -179,6 +179,9 @@ int32_t kiv_get_vsrc_cfg(lua_State *L, kiv_vsrc_cfg *vsrc)
             ret = -2;
         }
         vsrc->mode = VIN_MODE_VIRTUAL;
+    } else {
+        static const char *const VIRT[] = {"virt_mode_cfg"};
+        kiv_note_unread(VIRT, 1);
     }
     kiv_leave(L);
     return ret;

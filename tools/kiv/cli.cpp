@@ -2,6 +2,9 @@
 // standard error.
 #include <CLI/CLI.hpp>
 
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
 #include <iostream>
 
 #include "common.h"
@@ -15,14 +18,20 @@ int run(int argc, char **argv)
                  "video pipeline.",
                  "kiv"};
     app.require_subcommand(1);
+    // Usage errors read like the tool's other errors.
+    app.failure_message([](const CLI::App *, const CLI::Error &e) {
+        return "kiv: " + std::string(e.what()) + "\nRun with --help for more information.\n";
+    });
     app.footer("Exit codes: 0 success, 1 a configuration failed to load or two differ, "
                "2 usage or I/O error.");
     int rc = EXIT_OK;
+    tool_log() = {};
     add_check(app, rc);
     add_dump(app, rc);
     add_show(app, rc);
     add_diff(app, rc);
     add_layout(app, rc);
+    add_lint(app, rc);
     add_standalone(app, rc);
     // The parser would report an unknown first word only as a missing
     // subcommand.
@@ -44,7 +53,17 @@ int run(int argc, char **argv)
         std::cerr << "kiv: " << e.what() << '\n';
         rc = EXIT_FAILED;
     }
+    // Every write counts: a full device or a closed pipe on standard output
+    // is an I/O error like any other.
     std::cout.flush();
+    if (fflush(stdout) != 0 || ferror(stdout) || !std::cout) {
+        int err = errno;
+        std::cerr << "kiv: cannot write standard output: " << (err ? strerror(err) : "write error")
+                  << '\n';
+        clearerr(stdout);
+        std::cout.clear();
+        rc = EXIT_USAGE;
+    }
     return rc;
 }
 

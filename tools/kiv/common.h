@@ -8,6 +8,8 @@
 #include <stdexcept>
 #include <string>
 
+#include <nlohmann/json.hpp>
+
 #include "kiv.h"
 
 namespace CLI
@@ -43,17 +45,55 @@ void require_readable(const std::string &path);
 // exists and is writable, and it is not a directory itself).
 void require_writable(const std::string &path);
 
-// Runs fn with the library's log, which goes to standard output, sent to
-// standard error instead.
-void log_to_stderr(const std::function<void()> &fn);
 // Runs fn and returns what the library logged meanwhile instead of
 // printing it.
 std::string capture_log(const std::function<void()> &fn);
+
+// What of the library's log a subcommand shows: none (-q), or the messages
+// of levels up to `level` (--log-level; a script's own log_level can only
+// add lines the tool then leaves out).  Each load starts at that level.
+struct log_options {
+    bool quiet = false;
+    int level = 1;
+    bool utf8_noted = false; // the note about bytes that are not UTF-8 was given
+};
+log_options &tool_log();
+// Adds -q/--quiet and --log-level to a subcommand (they set tool_log()).
+void add_log_options(CLI::App *sub);
+// The messages of `log` whose level is at most `level` (a message runs from
+// its KIV_ERROR/KIV_WARN/KIV_DEBUG tag to the next tag).
+std::string filter_log(const std::string &log, int level);
+// Runs fn with the library's log captured, then shows what tool_log()
+// allows of it on standard error.
+void log_to_stderr(const std::function<void()> &fn);
+
+// The kinds of configuration script, told apart by the global table each
+// defines; a script that defines none, or fails to run, is taken for a
+// multi-channel script, whose loader then reports it.
+enum class script_kind { multi_chan, calib, hevc, aisp };
+script_kind kind_of(const std::string &path);
+
+// Loads a script with the loader of its kind (the log is the caller's to
+// capture); a multi-channel script goes into cfg.  The summary describes
+// what a success loaded.
+struct loaded {
+    script_kind kind = script_kind::multi_chan;
+    int32_t result = 0;
+    std::string summary;
+};
+loaded load_script(const std::string &path, kiv_multi_chan_cfg *cfg);
 
 // Loads the multi-channel script at path into cfg with the log on standard
 // error; throws io_error for an unreadable file and config_error (naming
 // the result) when the load fails.
 void load_multi_chan(const std::string &path, kiv_multi_chan_cfg &cfg);
+
+// JSON text, indented by two; bytes of strings that are not valid UTF-8
+// are replaced by U+FFFD, with a note on standard error.
+std::string dump_json(const nlohmann::ordered_json &j);
+// The note on standard error (once per run) that a string's bad bytes are
+// shown `how`.
+void note_bad_utf8(const char *how);
 
 // The fields that differ between two records, one "path: old -> new" line
 // each, in record order; returns whether any does.
@@ -66,6 +106,7 @@ void add_dump(CLI::App &app, int &rc);
 void add_show(CLI::App &app, int &rc);
 void add_diff(CLI::App &app, int &rc);
 void add_layout(CLI::App &app, int &rc);
+void add_lint(CLI::App &app, int &rc);
 void add_standalone(CLI::App &app, int &rc); // calib, hevc and aisp
 
 // The whole program: parses argv, runs one subcommand and returns the exit

@@ -1,6 +1,8 @@
 // Walks of the record description: text tree, JSON and flat path list.
 #include "render.h"
 
+#include "common.h"
+
 #include <cstdio>
 #include <cstring>
 
@@ -22,9 +24,45 @@ std::string text_of(const field &f, const void *holder)
     return std::string(s, strnlen(s, f.size));
 }
 
+// The length of the valid UTF-8 sequence at s[i], or 0 when it is not one.
+size_t utf8_at(const std::string &s, size_t i)
+{
+    const unsigned char c = static_cast<unsigned char>(s[i]);
+    size_t n = c < 0x80 ? 1 : (c >> 5) == 6 ? 2 : (c >> 4) == 14 ? 3 : (c >> 3) == 30 ? 4 : 0;
+    if (n == 0 || i + n > s.size() || (n == 2 && c < 0xC2))
+        return 0;
+    for (size_t k = 1; k < n; ++k)
+        if ((static_cast<unsigned char>(s[i + k]) >> 6) != 2)
+            return 0;
+    return n;
+}
+
+// A string in double quotes, escaped as JSON escapes it; a byte that is not
+// part of valid UTF-8 is written \xNN (and noted once per process).
 std::string quoted(const std::string &s)
 {
-    return json(s).dump();
+    std::string clean, out = "\"";
+    bool bad = false;
+    for (size_t i = 0; i < s.size();) {
+        size_t n = utf8_at(s, i);
+        if (n == 0) {
+            char buf[8];
+            snprintf(buf, sizeof buf, "\\x%02x", static_cast<unsigned char>(s[i]));
+            out += json(clean).dump().substr(1, std::string::npos);
+            out.pop_back();
+            out += buf;
+            clean.clear();
+            bad = true;
+            ++i;
+            continue;
+        }
+        clean.append(s, i, n);
+        i += n;
+    }
+    out += json(clean).dump().substr(1);
+    if (bad)
+        note_bad_utf8("shown as \\xNN");
+    return out;
 }
 
 // Integer arrays of any dimension nest as brackets: "[[1, 2], [3, 4]]".

@@ -22,11 +22,12 @@ void add_show(CLI::App &app, int &rc)
                 "goes to standard error.");
     sub->add_option("FILE", opt->file, "Multi-channel configuration script")->required();
     sub->add_flag("--json", opt->json, "Print the record as JSON");
+    add_log_options(sub);
     sub->callback([opt, &rc] {
         kiv_multi_chan_cfg cfg;
         load_multi_chan(opt->file, cfg);
         if (opt->json)
-            std::cout << to_json(multi_chan_desc(), &cfg).dump(2) << '\n';
+            std::cout << dump_json(to_json(multi_chan_desc(), &cfg)) << '\n';
         else
             write_text(std::cout, multi_chan_desc(), &cfg);
         rc = EXIT_OK;
@@ -60,6 +61,7 @@ void add_diff(CLI::App &app, int &rc)
                 "\"path: old -> new\"; exit code 1 when any does.");
     sub->add_option("A", opt->a, "The old configuration script")->required();
     sub->add_option("B", opt->b, "The new configuration script")->required();
+    add_log_options(sub);
     sub->callback([opt, &rc] {
         // Both records are loaded before either is compared: a load sets the
         // process-wide settings, which the record does not depend on.

@@ -60,7 +60,7 @@ void calib(const options &opt)
         json a = json::array();
         for (const auto &it : items)
             a.push_back(to_json(d, &it));
-        std::cout << json{{"items", n}, {"calib_data", a}}.dump(2) << '\n';
+        std::cout << dump_json(json{{"items", n}, {"calib_data", a}}) << '\n';
         return;
     }
     std::cout << "items = " << n << '\n';
@@ -78,7 +78,7 @@ void hevc(const options &opt)
     if (ret != 0)
         fail(opt, ret);
     if (opt.json)
-        std::cout << to_json(hevc_scaling_desc(), cfg.get()).dump(2) << '\n';
+        std::cout << dump_json(to_json(hevc_scaling_desc(), cfg.get())) << '\n';
     else
         write_text(std::cout, hevc_scaling_desc(), cfg.get());
 }
@@ -97,10 +97,9 @@ void aisp(const options &opt)
         for (uint32_t nn = 0; nn < fill.nn_cnt; ++nn)
             nets.push_back(
                 {{"network", nn}, {"interface_entries", kiv_aisp_entries_of(&fill, nn)}});
-        std::cout << json{{"config", to_json(aisp_desc(), &cfg)},
-                          {"interface_entries", fill.filled},
-                          {"networks", nets}}
-                         .dump(2)
+        std::cout << dump_json(json{{"config", to_json(aisp_desc(), &cfg)},
+                                    {"interface_entries", fill.filled},
+                                    {"networks", nets}})
                   << '\n';
         return;
     }

@@ -5,8 +5,11 @@
 
 #include <nlohmann/json.hpp>
 
+#include <fcntl.h>
 #include <fstream>
+#include <unistd.h>
 
+#include "common.h"
 #include "core/log.h"
 #include "kiv_test.h"
 #include "tool_test.h"
@@ -27,8 +30,8 @@ std::string masked(const std::string &s)
     return kivtest::mask_lines(s);
 }
 
-const char *const SUBCOMMANDS[] = {"check",  "dump",  "show", "diff",
-                                   "layout", "calib", "hevc", "aisp"};
+const char *const SUBCOMMANDS[] = {"check", "dump",  "show", "diff", "layout",
+                                   "lint",  "calib", "hevc", "aisp"};
 
 #define NEED_PARSERS()                                                                             \
     if (!tooltest::parsers_ready())                                                                \
@@ -41,7 +44,7 @@ TEST_F(Cli, UsageAndHelp)
     run_result r = kiv({});
     EXPECT_EQ(r.rc, 2);
     EXPECT_EQ(r.out, "");
-    EXPECT_EQ(r.err, "A subcommand is required\nRun with --help for more information.\n");
+    EXPECT_EQ(r.err, "kiv: A subcommand is required\nRun with --help for more information.\n");
 
     r = kiv({"frobnicate"});
     EXPECT_EQ(r.rc, 2);
@@ -120,6 +123,10 @@ TEST_F(Cli, CheckReportsEachFile)
               "KIV_ERROR:: kiv_get_multi_chan_cfg(N): item(version) doesn't exist.\n" +
                   empty + ": failed (result -2)\n");
     EXPECT_EQ(kiv_get_log_level(), 3);
+    // The tool's level bounds what is shown even where the script sets its
+    // own (the examples set log_level = 1).
+    r = kiv({"check", "--log-level", "0", kivtest::example("three_channel_4k.lua")});
+    EXPECT_EQ(r.out.find("KIV_"), std::string::npos) << r.out;
     r = kiv({"check", "-q", empty});
     EXPECT_EQ(masked(r.out),
               "KIV_ERROR:: kiv_get_multi_chan_cfg(N): item(version) doesn't exist.\n" + empty +
@@ -334,4 +341,48 @@ TEST_F(Cli, Examples)
     r = kiv({"diff", dir + "single_1080p.lua", changed});
     EXPECT_EQ(r.rc, 1);
     EXPECT_EQ(r.out, "channels[0].max_padding_width: 256 -> 512\n");
+}
+
+// A string that is not valid UTF-8 is shown escaped (text) or replaced
+// (JSON), with a note; a write that fails, to standard output or to -o, is
+// an I/O error (exit 2) and writes the dump nowhere else.
+TEST_F(Cli, BadBytesAndFailedWrites)
+{
+    NEED_PARSERS();
+    std::string text = tooltest::minimal_script();
+    text.insert(text.find("hdr_mode = \"linear\"") + 19, ", calib_data = \"/etc/\xff\xfe.lua\"");
+    const std::string bad = kivtest::script(text),
+                      good = kivtest::script(tooltest::minimal_script());
+    const std::string note = "kiv: note: a string is not valid UTF-8: its bad bytes are shown as ";
+    const struct {
+        std::vector<std::string> args;
+        int rc;
+        std::string shown, how;
+    } cases[] = {
+        {{"show", "-q", bad}, 0, "\"/etc/\\xff\\xfe.lua\"", "\\xNN"},
+        {{"show", "-q", "--json", bad}, 0, "\"/etc/\xef\xbf\xbd\xef\xbf\xbd.lua\"", "U+FFFD"},
+        {{"diff", "-q", good, bad}, 1, "\"/etc/\\xff\\xfe.lua\"", "\\xNN"}};
+    for (const auto &c : cases) {
+        run_result r = kiv(c.args);
+        EXPECT_EQ(r.rc, c.rc) << c.args[1];
+        EXPECT_NE(r.out.find(c.shown), std::string::npos) << r.out;
+        EXPECT_EQ(r.err, note + c.how + "\n");
+    }
+
+    run_result r = kiv({"dump", "-q", good, "-o", "/dev/full"});
+    EXPECT_EQ(r.rc, 2);
+    EXPECT_EQ(r.out, "");
+    EXPECT_EQ(r.err, "kiv: cannot write /dev/full: No space left on device\n");
+    fflush(stdout);
+    int saved = dup(1), full = open("/dev/full", O_WRONLY);
+    dup2(full, 1);
+    std::vector<std::string> args = {"kiv", "show", "-q", good};
+    std::vector<char *> argv;
+    for (std::string &a : args)
+        argv.push_back(a.data());
+    int rc = kivtool::run(static_cast<int>(args.size()), argv.data());
+    dup2(saved, 1);
+    close(saved);
+    close(full);
+    EXPECT_EQ(rc, 2);
 }
