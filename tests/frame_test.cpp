@@ -2,11 +2,14 @@
 // script runs within.
 #include "kiv_test.h"
 
+#include <algorithm>
 #include <cstring>
+#include <vector>
 
 #include <lauxlib.h>
 
 #include "core/log.h"
+#include "core/pool.h"
 #include "core/run.h"
 #include "hostile_scripts.h"
 
@@ -402,4 +405,36 @@ TEST_F(Loader, EveryAbsentKeyWarnsInReadingOrder)
                                            "mc_mask_buf_ds warp_buf_max_num warp_area_max_num "
                                            "qpm_possible qpm_max_matrix_num qpm_buf_max_num");
     EXPECT_EQ(r.log, want);
+}
+
+// The state's allocator: contents survive every move between classes and
+// to and from the C library, freed blocks are reused, the slab limit holds,
+// and a block that shrinks always finds a place.
+TEST(Pool, MovesReuseAndLimits)
+{
+    kiv_pool p;
+    kiv_pool_init(&p, 64 * 1024);
+    const size_t sizes[] = {1, 16, 17, 100, 512, 513, 4000, 300, 48, 2};
+    char *b = static_cast<char *>(kiv_pool_realloc(&p, nullptr, 0, 5));
+    memcpy(b, "abcde", 5);
+    size_t held = 5;
+    for (size_t n : sizes) {
+        b = static_cast<char *>(kiv_pool_realloc(&p, b, held, n));
+        ASSERT_NE(b, nullptr) << n;
+        EXPECT_EQ(memcmp(b, "abcde", std::min<size_t>({n, held, 5})), 0) << n;
+        if (n >= 5)
+            memcpy(b, "abcde", 5);
+        held = n;
+    }
+    kiv_pool_realloc(&p, b, held, 0);
+    void *x = kiv_pool_realloc(&p, nullptr, 0, 40);
+    kiv_pool_realloc(&p, x, 40, 0);
+    EXPECT_EQ(kiv_pool_realloc(&p, nullptr, 0, 33), x); // the same class: the freed block
+    // Past the slab limit: no new block, but a shrink still finds a place.
+    std::vector<void *> held_blocks;
+    while (void *q = kiv_pool_realloc(&p, nullptr, 0, 512))
+        held_blocks.push_back(q);
+    EXPECT_LE(held_blocks.size() * 512, 64u * 1024);
+    EXPECT_NE(kiv_pool_realloc(&p, held_blocks.back(), 512, 16), nullptr);
+    kiv_pool_release(&p);
 }

@@ -76,25 +76,38 @@ struct src_buf_pos {
     int chan, pass, buf;
 };
 
-// Searches the configured channels, their passes and the buffers of each
-// pass in this order for the buffer named s; the first equal name wins.
+// The buffer named s: its channel, pass and buffer decoded from the name,
+// which must then be the buffer's name exactly (so "chan_01.main" names
+// none).  Names are unique and never cut (three channels, two passes, at
+// most 16 characters), so this finds what comparing s with the name of
+// every configured buffer would find, with one comparison.
 static bool find_src_buf(const kiv_multi_chan_cfg *cfg, const char *s, src_buf_pos *pos)
 {
-    for (int c = 0; c < chans_of(cfg); ++c) {
-        for (int p = 0; p < passes_of(cfg->channels[c]); ++p) {
-            for (int b = 0; b < KIV_SRC_BUF_NUM; ++b) {
-                char name[NAME_CAP];
-                if (!src_buf_name(name, c, p, b))
-                    KIV_WARN(FN,
-                             "channel name exceeds max buffer size(%d), string may be "
-                             "truncated!\n",
-                             NAME_CAP);
-                if (strncmp(name, s, NAME_CAP) == 0) {
-                    *pos = {c, p, b};
-                    return true;
-                }
-            }
-        }
+    if (strncmp(s, "chan_", 5) != 0 || s[5] < '0' || s[5] > '9')
+        return false;
+    const int c = s[5] - '0';
+    const char *name = s + 6;
+    if (*name++ != '.')
+        return false;
+    const char *under = strchr(name, '_');
+    const size_t len = under ? static_cast<size_t>(under - name) : strlen(name);
+    int p = 0;
+    if (under) {
+        if (under[1] < '0' || under[1] > '9')
+            return false;
+        p = under[1] - '0';
+    }
+    if (c >= chans_of(cfg) || p >= passes_of(cfg->channels[c]))
+        return false;
+    for (int b = 0; b < KIV_SRC_BUF_NUM; ++b) {
+        if (strlen(kiv_src_buf_names[b]) != len || memcmp(kiv_src_buf_names[b], name, len) != 0)
+            continue;
+        char full[NAME_CAP];
+        src_buf_name(full, c, p, b);
+        if (strncmp(full, s, NAME_CAP) != 0)
+            return false;
+        *pos = {c, p, b};
+        return true;
     }
     return false;
 }
@@ -111,7 +124,7 @@ int32_t kiv_set_source_buffer_canvas_id(lua_State *L, kiv_multi_chan_cfg *cfg, i
     // A `source` that is not an array counts as absent (no elements).
     int32_t n = kiv_get_array_item_num_str(L, "source");
     if (n == 0) {
-        KIV_ERR(FN, "no source buffer found in canvas(%d)\n", canvas);
+        KIV_ERR_AT(114, FN, "no source buffer found in canvas(%d)\n", canvas);
         return -1;
     }
 
@@ -127,7 +140,7 @@ int32_t kiv_set_source_buffer_canvas_id(lua_State *L, kiv_multi_chan_cfg *cfg, i
         kiv_get_array_string_item_str(L, "source", k, s, sizeof s);
         src_buf_pos pos{};
         if (!find_src_buf(cfg, s, &pos)) {
-            KIV_ERR(FN, "invalid string(%s) in item(%s)\n", s, "source");
+            KIV_ERR_AT(130, FN, "invalid string(%s) in item(%s)\n", s, "source");
             status = -1;
             break;
         }
@@ -141,10 +154,10 @@ int32_t kiv_set_source_buffer_canvas_id(lua_State *L, kiv_multi_chan_cfg *cfg, i
 
         kiv_src_buf_cfg &buf = cfg->channels[pos.chan].src_buf[pos.pass][pos.buf];
         if (buf.canvas_id != -1) {
-            KIV_ERR(FN,
-                    "%s source buffer of pass %d for channel%d cannot beassigned to multi "
-                    "canvas(%d, %d)\n",
-                    kiv_src_buf_names[pos.buf], pos.pass, pos.chan, buf.canvas_id, canvas);
+            KIV_ERR_AT(144, FN,
+                       "%s source buffer of pass %d for channel%d cannot beassigned to multi "
+                       "canvas(%d, %d)\n",
+                       kiv_src_buf_names[pos.buf], pos.pass, pos.chan, buf.canvas_id, canvas);
             status = -2;
             break;
         }

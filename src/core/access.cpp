@@ -46,6 +46,110 @@ static inline void watch(lua_State *L, const char *name, int32_t index, kiv_want
 // Every table access counts against the run's bounds (kiv_run_spend):
 // reading a script's tables can cost more than running it.
 
+// Views.  Looking a field up by name makes Lua intern the name: it hashes
+// it and, for a key the table does not have (most optional keys of most
+// scripts), creates a string it then collects.  Instead, the first lookup
+// by name in a table walks the table once (lua_next) and keeps its string
+// keys, hashed here, with the type and integer conversion of each value;
+// later lookups by name in the same table are answered from that.  A value
+// that must be pushed (a table, a string) is looked up in the table itself.
+// The tables do not change while they are read (no Lua code runs, every
+// access is raw), so a view stays true.  One view per depth of entered
+// tables; a table with more string keys than a view holds is looked up
+// directly.
+static __attribute__((tls_model("initial-exec"))) thread_local kiv_views *t_views = nullptr;
+static __attribute__((tls_model("initial-exec"))) thread_local int t_depth = 0;
+
+void kiv_use_views(kiv_views *views)
+{
+    t_views = views;
+    t_depth = 0;
+}
+
+static uint32_t hash_of(const char *s, size_t n)
+{
+    return kiv_name_hash(s, n);
+}
+
+static constexpr uint32_t VIEW_MASK = KIV_VIEW_SLOTS - 1;
+
+// Walks the table on top (whose address is t) into v; false when it has more
+// string keys than a view holds.
+static bool build(lua_State *L, kiv_table_view &v, const void *t)
+{
+    v.table = t;
+    v.overflow = false;
+    memset(v.keys, 0, sizeof v.keys);
+    uint32_t n = 0;
+    lua_pushnil(L);
+    while (lua_next(L, -2) != 0) {
+        kiv_run_spend(L, KIV_READ_COST);
+        size_t len = 0;
+        const char *k = lua_type(L, -2) == LUA_TSTRING ? lua_tolstring(L, -2, &len) : nullptr;
+        if (k && len <= UINT16_MAX) {
+            if (n++ == KIV_VIEW_KEYS) {
+                lua_settop(L, -3);
+                v.overflow = true;
+                return false;
+            }
+            uint32_t h = hash_of(k, len), i = h & VIEW_MASK;
+            while (v.keys[i])
+                i = (i + 1) & VIEW_MASK;
+            const int type = lua_type(L, -1);
+            int isnum = 0;
+            lua_Integer iv =
+                type == LUA_TNUMBER || type == LUA_TSTRING ? lua_tointegerx(L, -1, &isnum) : 0;
+            v.keys[i] = k;
+            v.hashes[i] = h;
+            v.lens[i] = static_cast<uint16_t>(len);
+            v.types[i] = static_cast<uint8_t>(type);
+            v.ivals[i] = isnum ? static_cast<int32_t>(static_cast<uint32_t>(iv)) : 0;
+        }
+        lua_settop(L, -2);
+    }
+    return true;
+}
+
+const kiv_table_view *kiv_view_top(lua_State *L)
+{
+    kiv_views *vs = t_views;
+    if (!vs || t_watcher || static_cast<unsigned>(t_depth) >= KIV_VIEW_DEPTH ||
+        lua_type(L, -1) != LUA_TTABLE)
+        return nullptr;
+    kiv_table_view &v = vs->at[t_depth];
+    const void *t = lua_topointer(L, -1);
+    if ((v.table != t && !build(L, v, t)) || v.overflow)
+        return nullptr;
+    return &v;
+}
+
+int kiv_view_find(lua_State *L, const kiv_table_view *v, const char *name, size_t n, uint32_t h,
+                  int32_t *ival)
+{
+    kiv_run_spend(L, KIV_READ_COST);
+    for (uint32_t i = h & VIEW_MASK;; i = (i + 1) & VIEW_MASK) {
+        const char *k = v->keys[i];
+        if (!k)
+            return LUA_TNIL;
+        if (v->hashes[i] == h && v->lens[i] == n && memcmp(k, name, n) == 0) {
+            *ival = v->ivals[i];
+            return v->types[i];
+        }
+    }
+}
+
+// What the view of the table on top says of field `name`: -1 when there is
+// no view to ask, otherwise the value's type (LUA_TNIL: absent) with *ival
+// its integer conversion.  An answer counts as one table access.
+static int view_probe(lua_State *L, const char *name, int32_t *ival)
+{
+    const kiv_table_view *v = kiv_view_top(L);
+    if (!v)
+        return -1;
+    const size_t n = strlen(name);
+    return kiv_view_find(L, v, name, n, hash_of(name, n), ival);
+}
+
 // Pushes field `name` of the table on top, or nil when the top is no table.
 static int push_field(lua_State *L, const char *name)
 {
@@ -77,12 +181,17 @@ static int push_counted(lua_State *L, int32_t n)
 
 static void log_missing_str(const char *name)
 {
-    KIV_DBG("kiv_is_item_exist_str", "item(%s) doesn't exist\n", name);
+    KIV_DBG_AT(80, "kiv_is_item_exist_str", "item(%s) doesn't exist\n", name);
+}
+
+void kiv_log_missing(const char *name)
+{
+    log_missing_str(name);
 }
 
 static void log_missing_int(int32_t index)
 {
-    KIV_DBG("kiv_is_item_exist_int", "item of index(%d) doesn't exist\n", index);
+    KIV_DBG_AT(85, "kiv_is_item_exist_int", "item of index(%d) doesn't exist\n", index);
 }
 
 // Converts the value on top (which is not nil) and pops it.
@@ -111,7 +220,14 @@ static int32_t pop_string(lua_State *L, char *buf, size_t cap)
 
 int32_t kiv_is_item_exist_str(lua_State *L, const char *name)
 {
-    int t = push_field(L, name);
+    int32_t unused;
+    int t = view_probe(L, name, &unused);
+    if (t >= 0) {
+        if (t == LUA_TNIL)
+            log_missing_str(name);
+        return t != LUA_TNIL;
+    }
+    t = push_field(L, name);
     watch(L, name, -1, KIV_WANT_ANY);
     lua_settop(L, -2);
     if (t == LUA_TNIL) {
@@ -137,7 +253,14 @@ int32_t kiv_is_item_exist_int(lua_State *L, int32_t index)
 // second lookup of the same key would find the same value.
 int32_t kiv_get_integer_item_str(lua_State *L, const char *name, int32_t *value)
 {
-    int t = push_field(L, name);
+    int t = view_probe(L, name, value);
+    if (t >= 0) {
+        if (t != LUA_TNIL)
+            return 0;
+        log_missing_str(name);
+        return -2;
+    }
+    t = push_field(L, name);
     watch(L, name, -1, KIV_WANT_INTEGER);
     if (t == LUA_TNIL) {
         lua_settop(L, -2);
@@ -150,7 +273,14 @@ int32_t kiv_get_integer_item_str(lua_State *L, const char *name, int32_t *value)
 
 int32_t kiv_get_string_item_str(lua_State *L, const char *name, char *buf, size_t cap)
 {
-    int t = push_field(L, name);
+    // A present string or number is copied from the table itself.
+    int32_t unused;
+    int t = view_probe(L, name, &unused);
+    if (t >= 0 && t != LUA_TSTRING && t != LUA_TNUMBER) {
+        log_missing_str(name);
+        return -2;
+    }
+    t = push_field(L, name);
     watch(L, name, -1, KIV_WANT_STRING);
     if (t == LUA_TNIL)
         lua_settop(L, -2);
@@ -201,8 +331,22 @@ int32_t kiv_get_array_item_num(lua_State *L)
 
 // Pushes the array field `name` when it is a table; otherwise logs the
 // existence check's line and pushes nothing.
+// Whether the view says field `name` is no table, which is then handled as
+// missing (nothing pushed, the existence check's line logged).
+static bool no_table(lua_State *L, const char *name)
+{
+    int32_t unused;
+    int t = view_probe(L, name, &unused);
+    if (t < 0 || t == LUA_TTABLE)
+        return false;
+    log_missing_str(name);
+    return true;
+}
+
 static bool enter_array(lua_State *L, const char *name)
 {
+    if (no_table(L, name))
+        return false;
     int t = push_field(L, name);
     watch(L, name, -1, KIV_WANT_ARRAY);
     if (t == LUA_TTABLE)
@@ -215,7 +359,7 @@ static bool enter_array(lua_State *L, const char *name)
 int32_t kiv_get_array_item_num_str(lua_State *L, const char *name)
 {
     if (!enter_array(L, name)) {
-        KIV_WARN("kiv_get_array_item_num_str", "array item(%s) doesn't exist\n", name);
+        KIV_WARN_AT(218, "kiv_get_array_item_num_str", "array item(%s) doesn't exist\n", name);
         return 0;
     }
     int32_t n = kiv_get_array_item_num(L);
@@ -226,7 +370,7 @@ int32_t kiv_get_array_item_num_str(lua_State *L, const char *name)
 int32_t kiv_get_array_integers_str(lua_State *L, const char *name, int32_t *values, int32_t max)
 {
     if (!enter_array(L, name)) {
-        KIV_WARN("kiv_get_array_item_num_str", "array item(%s) doesn't exist\n", name);
+        KIV_WARN_AT(229, "kiv_get_array_item_num_str", "array item(%s) doesn't exist\n", name);
         return 0;
     }
     // Only the DEBUG line tells the count beyond max + 1 (callers ask
@@ -253,7 +397,7 @@ int32_t kiv_get_array_integer_item_str(lua_State *L, const char *name, int32_t i
                                        int32_t *value)
 {
     if (!enter_array(L, name)) {
-        KIV_ERR("kiv_get_array_integer_item_str", "array item(%s) doesn't exist\n", name);
+        KIV_ERR_AT(256, "kiv_get_array_integer_item_str", "array item(%s) doesn't exist\n", name);
         return -1;
     }
     int t = push_elem(L, index);
@@ -261,8 +405,8 @@ int32_t kiv_get_array_integer_item_str(lua_State *L, const char *name, int32_t i
     if (t == LUA_TNIL) {
         lua_settop(L, -3);
         log_missing_int(index);
-        KIV_ERR("kiv_get_array_integer_item_str", "array item(%s) doesn't have item of index(%d)\n",
-                name, index);
+        KIV_ERR_AT(264, "kiv_get_array_integer_item_str",
+                   "array item(%s) doesn't have item of index(%d)\n", name, index);
         return -2;
     }
     pop_integer(L, value);
@@ -274,7 +418,7 @@ int32_t kiv_get_array_string_item_str(lua_State *L, const char *name, int32_t in
                                       size_t cap)
 {
     if (!enter_array(L, name)) {
-        KIV_ERR("kiv_get_array_string_item_str", "array item(%s) doesn't exist\n", name);
+        KIV_ERR_AT(277, "kiv_get_array_string_item_str", "array item(%s) doesn't exist\n", name);
         return -2;
     }
     int t = push_elem(L, index);
@@ -287,8 +431,8 @@ int32_t kiv_get_array_string_item_str(lua_State *L, const char *name, int32_t in
     }
     lua_settop(L, -2); // the array
     log_missing_int(index);
-    KIV_ERR("kiv_get_array_string_item_str", "array item(%s) doesn't have item of index(%d)\n",
-            name, index);
+    KIV_ERR_AT(290, "kiv_get_array_string_item_str",
+               "array item(%s) doesn't have item of index(%d)\n", name, index);
     return -2;
 }
 
@@ -297,11 +441,14 @@ static int32_t entered(lua_State *L)
 {
     if (const kiv_watcher *w = t_watcher)
         w->enter(w->ctx, L);
+    ++t_depth;
     return 1;
 }
 
 int32_t kiv_enter_str(lua_State *L, const char *name)
 {
+    if (no_table(L, name))
+        return 0;
     int t = push_field(L, name);
     watch(L, name, -1, KIV_WANT_TABLE);
     if (t == LUA_TTABLE)
@@ -326,6 +473,7 @@ void kiv_leave(lua_State *L)
 {
     if (const kiv_watcher *w = t_watcher)
         w->leave(w->ctx);
+    --t_depth;
     lua_settop(L, -2);
 }
 

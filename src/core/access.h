@@ -95,6 +95,67 @@ const kiv_watcher *kiv_get_watcher(void);
 // Tells the watcher, if any, that these keys were not read.
 void kiv_note_unread(const char *const *keys, size_t n);
 
+// Views of the tables being read (see access.cpp): the run frame gives one
+// set to the reading step and takes it back after.  A view holds a table of
+// up to KIV_VIEW_KEYS string keys; tables entered deeper than
+// KIV_VIEW_DEPTH are looked up directly.
+#define KIV_VIEW_SLOTS 128
+#define KIV_VIEW_KEYS 96
+#define KIV_VIEW_DEPTH 6
+struct kiv_table_view {
+    const void *table; // lua_topointer of the table viewed
+    bool overflow;     // more string keys than a view holds
+    const char *keys[KIV_VIEW_SLOTS];
+    uint32_t hashes[KIV_VIEW_SLOTS];
+    int32_t ivals[KIV_VIEW_SLOTS]; // as kiv_get_integer_item_str converts
+    uint16_t lens[KIV_VIEW_SLOTS];
+    uint8_t types[KIV_VIEW_SLOTS];
+};
+struct kiv_views {
+    kiv_table_view at[KIV_VIEW_DEPTH];
+};
+// Null: every lookup goes to the table.
+void kiv_use_views(kiv_views *views);
+
+// The hash a view keeps of a key name of n bytes; constexpr, so that a key
+// table has its names' hashes from the compiler.
+constexpr uint32_t kiv_name_hash(const char *s, size_t n)
+{
+    uint64_t h = (n + 1) * 0x9E3779B97F4A7C15ull;
+    for (; n >= 8; s += 8, n -= 8) {
+        uint64_t w = 0;
+        for (size_t i = 0; i < 8; ++i)
+            w |= static_cast<uint64_t>(static_cast<unsigned char>(s[i])) << (8 * i);
+        h = (h ^ w) * 0xFF51AFD7ED558CCDull;
+        h ^= h >> 32;
+    }
+    uint64_t w = 0;
+    for (size_t i = 0; i < n; ++i)
+        w |= static_cast<uint64_t>(static_cast<unsigned char>(s[i])) << (8 * i);
+    h = (h ^ w) * 0xC4CEB9FE1A85EC53ull;
+    return static_cast<uint32_t>(h ^ (h >> 29));
+}
+
+constexpr size_t kiv_name_len(const char *s)
+{
+    size_t n = 0;
+    while (s[n])
+        ++n;
+    return n;
+}
+
+// The view of the table on top, for several lookups in a row: null when
+// there is none to ask (no views in use, a watcher, the top is no table,
+// too deep, too many keys).  It stays valid while the table is on top.
+const kiv_table_view *kiv_view_top(lua_State *L);
+// Field `name` (n bytes, hash h) in view v, counted as one table access:
+// the value's type (LUA_TNIL when absent) and, in *ival, its integer
+// conversion as kiv_get_integer_item_str makes it.
+int kiv_view_find(lua_State *L, const kiv_table_view *v, const char *name, size_t n, uint32_t h,
+                  int32_t *ival);
+// The access layer's DEBUG line for an absent field `name`.
+void kiv_log_missing(const char *name);
+
 // Debug builds check that an operation leaves the Lua stack as it found it:
 // KIV_STACK_GUARD(L) at the start of a function asserts, when the function
 // returns, that the stack has its original height again.

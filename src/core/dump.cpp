@@ -56,6 +56,8 @@ KIV_API int32_t kiv_dump_multi_chan_cfg(const kiv_multi_chan_cfg *cfg, const cha
             return 0;
         KIV_ERR(FN, "Open file [%s] error, output to console\n", path);
     }
+    flockfile(stdout);
     kiv_write_script(nullptr, cfg);
+    funlockfile(stdout);
     return 0;
 }

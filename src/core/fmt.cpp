@@ -47,9 +47,15 @@ int kiv_format(char *buf, size_t cap, const char *fmt, va_list ap)
     sink out{buf, cap - 1, 0};
     const char *p = fmt;
     for (;;) {
-        // The text up to the next conversion, in one piece.
-        const char *pct = strchrnul(p, '%');
-        out.put(p, static_cast<size_t>(pct - p));
+        // The text up to the next conversion, byte by byte (the pieces of a
+        // log or dump line are short), into the room there is.
+        const char *pct = p;
+        while (*pct && *pct != '%') {
+            if (out.len < out.room)
+                out.buf[out.len] = *pct;
+            ++out.len;
+            ++pct;
+        }
         if (*pct == '\0')
             break;
         bool is_long = pct[1] == 'l';

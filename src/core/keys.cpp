@@ -3,24 +3,36 @@
 #include "core/access.h"
 #include "core/log.h"
 
+// The WARN line's prefix for the function a table is read under, made at
+// its first absent key.
+struct absent_prefix {
+    char text[96];
+    size_t len = 0;
+};
+
 // What an absent key does: 0 to store its default, or the result that ends
 // the table's read.
-static int32_t absent(const char *fn, const kiv_key &k)
+static int32_t absent(const char *fn, const kiv_key &k, absent_prefix *prefix = nullptr)
 {
     switch (k.absent) {
     case KIV_REQUIRED:
         if (k.absent_text)
-            kiv_log(KIV_LEVEL_ERROR, k.absent_text, fn, __LINE__, k.key);
+            kiv_log(KIV_LEVEL_ERROR, k.absent_text, fn, 13, k.key);
         else
-            KIV_ERR(fn, "item(%s) doesn't exist.\n", k.key);
+            KIV_ERR_AT(15, fn, "item(%s) doesn't exist.\n", k.key);
         return -2;
     case KIV_REQUIRED_QUIET:
         return -2;
     case KIV_OPTIONAL:
-        if (k.absent_text)
-            kiv_log(KIV_LEVEL_WARN, k.absent_text, fn, __LINE__, k.key);
-        else
-            KIV_WARN(fn, "item(%s) doesn't exist, set 0 by default.\n", k.key);
+        if (k.absent_text) {
+            kiv_log(KIV_LEVEL_WARN, k.absent_text, fn, 21, k.key);
+        } else if (kiv_get_log_level() >= KIV_LEVEL_WARN) {
+            absent_prefix local;
+            absent_prefix &p = prefix ? *prefix : local;
+            if (p.len == 0)
+                p.len = kiv_absent_prefix(p.text, sizeof p.text, fn, 23);
+            kiv_log_absent(p.text, p.len, k.key, k.name_len);
+        }
         return 0;
     case KIV_OPTIONAL_QUIET:
         return 0;
@@ -65,6 +77,11 @@ static int32_t read_string_key(lua_State *L, const char *fn, void *rec, const ki
 int32_t kiv_read_keys(lua_State *L, const char *fn, void *rec, const kiv_key *keys, size_t n)
 {
     KIV_STACK_GUARD(L);
+    // The view of the table, asked with the names' hashes: the integer keys
+    // cost no lookup of their own in the table (the view stays valid while
+    // the table is on top; array and string keys look it up as they do).
+    const kiv_table_view *view = kiv_view_top(L);
+    absent_prefix prefix;
     for (size_t i = 0; i < n; ++i) {
         const kiv_key &k = keys[i];
         if (k.elems || k.str) {
@@ -75,11 +92,18 @@ int32_t kiv_read_keys(lua_State *L, const char *fn, void *rec, const kiv_key *ke
         }
         int32_t raw = 0;
         uint32_t v;
-        bool given = kiv_get_integer_item_str(L, k.key, &raw) == 0;
+        bool given;
+        if (view) {
+            given = kiv_view_find(L, view, k.key, k.name_len, k.name_hash, &raw) != LUA_TNIL;
+            if (!given)
+                kiv_log_missing(k.key);
+        } else {
+            given = kiv_get_integer_item_str(L, k.key, &raw) == 0;
+        }
         if (given) {
             v = static_cast<uint32_t>(raw);
         } else {
-            int32_t ret = absent(fn, k);
+            int32_t ret = absent(fn, k, &prefix);
             if (ret != 0)
                 return ret;
             v = k.dflt;

@@ -8,6 +8,8 @@
 
 #include <lua.h>
 
+#include "core/access.h"
+
 // What an absent key does.
 enum kiv_absent : uint8_t {
     // ERROR "item(%s) doesn't exist.\n"; the table's read fails with -2.
@@ -70,6 +72,10 @@ struct kiv_key {
     // an absent optional one hands over `dflt_str` (null: the empty string).
     kiv_str_fn str = nullptr;
     const char *dflt_str = nullptr;
+    // The name's length and hash in a view (kiv_name_hash), from the
+    // compiler: looking a key up computes neither.
+    uint16_t name_len = static_cast<uint16_t>(kiv_name_len(key));
+    uint32_t name_hash = kiv_name_hash(key, kiv_name_len(key));
 };
 
 // Store and load functions of field `field` of record type T.

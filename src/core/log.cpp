@@ -3,6 +3,7 @@
 #include <atomic>
 #include <stdarg.h>
 #include <stdio.h>
+#include <string.h>
 
 #include "core/fmt.h"
 #include "core/run.h"
@@ -29,10 +30,70 @@ void kiv_log(uint8_t level, const char *fmt, ...)
         vsnprintf(buf, sizeof buf, fmt, copy);
     va_end(copy);
     va_end(ap);
-    fputs(buf, stdout);
+    kiv_log_write(buf, strlen(buf));
+}
+
+void kiv_log_write(const char *text, size_t n)
+{
+    if (!kiv_run_log(text, n))
+        fwrite(text, 1, n, stdout);
     kiv_run_spend_log();
 }
 
+namespace
+{
+
+// Appends like vsnprintf into a 256-byte line: what does not fit is cut.
+struct line {
+    char buf[256];
+    size_t len = 0;
+    void put(const char *s, size_t n)
+    {
+        size_t room = sizeof buf - 1 - len;
+        n = n < room ? n : room;
+        memcpy(buf + len, s, n);
+        len += n;
+    }
+    template <size_t N>
+    void put(const char (&s)[N])
+    {
+        put(s, N - 1);
+    }
+};
+
+} // namespace
+
+size_t kiv_absent_prefix(char *buf, size_t cap, const char *fn, int line_no)
+{
+    char digits[12];
+    char *d = digits + sizeof digits;
+    unsigned u = line_no < 0 ? 0u - static_cast<unsigned>(line_no) : static_cast<unsigned>(line_no);
+    do
+        *--d = static_cast<char>('0' + u % 10);
+    while ((u /= 10) != 0);
+    if (line_no < 0)
+        *--d = '-';
+    line l;
+    l.put("KIV_WARN:: ");
+    l.put(fn, strlen(fn));
+    l.put("(");
+    l.put(d, static_cast<size_t>(digits + sizeof digits - d));
+    l.put("): item(");
+    size_t n = l.len < cap ? l.len : cap;
+    memcpy(buf, l.buf, n);
+    return n;
+}
+
+void kiv_log_absent(const char *prefix, size_t prefix_len, const char *key, size_t key_len)
+{
+    if (g_log_level.load(std::memory_order_relaxed) < KIV_LEVEL_WARN)
+        return;
+    line l;
+    l.put(prefix, prefix_len);
+    l.put(key, key_len);
+    l.put(") doesn't exist, set 0 by default.\n");
+    kiv_log_write(l.buf, l.len);
+}
 void kiv_set_log_level(int32_t level)
 {
     g_log_level.store(static_cast<uint8_t>(level), std::memory_order_relaxed);

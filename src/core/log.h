@@ -7,6 +7,7 @@
 #ifndef KIV_CORE_LOG_H
 #define KIV_CORE_LOG_H
 
+#include <stddef.h>
 #include <stdint.h>
 
 enum : uint8_t {
@@ -18,6 +19,17 @@ enum : uint8_t {
 // Prints the formatted message to standard output when the current log
 // level is at least `level`; the text is cut at 255 characters.
 void kiv_log(uint8_t level, const char *fmt, ...) __attribute__((format(printf, 2, 3)));
+
+// The WARN line of an optional key that is absent, the commonest line of
+// the log ("KIV_WARN:: fn(line): item(key) doesn't exist, set 0 by
+// default.\n"), put together without a format from its prefix (the part up
+// to "item(", made once for the function and line by kiv_absent_prefix)
+// and the key.
+size_t kiv_absent_prefix(char *buf, size_t cap, const char *fn, int line);
+void kiv_log_absent(const char *prefix, size_t prefix_len, const char *key, size_t key_len);
+// Writes a finished log text: into the buffer of the run in progress on
+// this thread (written out before the run returns), or to standard output.
+void kiv_log_write(const char *text, size_t n);
 
 // The log level: the highest message level that is printed (initially 1).
 void kiv_set_log_level(int32_t level);
@@ -37,6 +49,17 @@ void kiv_set_loading(const kiv_multi_chan_cfg *cfg);
 // The flag frame rates are read with: the loading record's, or the
 // process-wide flag when a parser runs outside a load.
 uint8_t kiv_rate_hp_fps(void);
+
+// The same with the line number given: for the messages of the access
+// layer, the key reader, the run frame and the source binding, whose numbers
+// are fixed (the line each had when the log was last settled) so that the
+// log stays the same byte for byte while the code around them changes.
+#define KIV_ERR_AT(line, fn, text, ...)                                                            \
+    kiv_log(KIV_LEVEL_ERROR, "KIV_ERROR:: %s(%d): " text, fn, line __VA_OPT__(, ) __VA_ARGS__)
+#define KIV_WARN_AT(line, fn, text, ...)                                                           \
+    kiv_log(KIV_LEVEL_WARN, "KIV_WARN:: %s(%d): " text, fn, line __VA_OPT__(, ) __VA_ARGS__)
+#define KIV_DBG_AT(line, fn, text, ...)                                                            \
+    kiv_log(KIV_LEVEL_DEBUG, "KIV_DEBUG:: %s(%d): " text, fn, line __VA_OPT__(, ) __VA_ARGS__)
 
 #define KIV_ERR(fn, text, ...)                                                                     \
     kiv_log(KIV_LEVEL_ERROR, "KIV_ERROR:: %s(%d): " text, fn, __LINE__ __VA_OPT__(, ) __VA_ARGS__)

@@ -6,7 +6,9 @@
 
 // A dump line is formatted on the stack and written in one piece; a line
 // the formatter does not handle, or one longer than the buffer, goes through
-// the C library's own formatting with the same result.
+// the C library's own formatting with the same result.  The stream is the
+// dump's own, or standard output locked by the dump for its whole text:
+// lines are written without taking the stream's lock each.
 void kiv_out(FILE *out, const char *fmt, ...)
 {
     FILE *stream = out ? out : stdout;
@@ -16,7 +18,7 @@ void kiv_out(FILE *out, const char *fmt, ...)
     va_copy(copy, ap);
     int n = kiv_format(buf, sizeof buf, fmt, ap);
     if (n >= 0 && static_cast<size_t>(n) < sizeof buf)
-        fwrite(buf, 1, static_cast<size_t>(n), stream);
+        fwrite_unlocked(buf, 1, static_cast<size_t>(n), stream);
     else
         vfprintf(stream, fmt, copy);
     va_end(copy);
@@ -25,5 +27,5 @@ void kiv_out(FILE *out, const char *fmt, ...)
 
 void kiv_out_str(FILE *out, const char *text)
 {
-    fputs(text, out ? out : stdout);
+    fputs_unlocked(text, out ? out : stdout);
 }

@@ -10,7 +10,9 @@
 
 #include <lauxlib.h>
 
+#include "core/access.h"
 #include "core/log.h"
+#include "core/pool.h"
 
 static std::atomic<size_t> g_mem_limit{KIV_LUA_MEM_LIMIT};
 static std::atomic<uint64_t> g_instruction_limit{KIV_LUA_INSTRUCTION_LIMIT};
@@ -59,18 +61,21 @@ struct run_frame {
     size_t mem_used;
     size_t mem_limit;
     size_t mem_peak;
-    uint64_t heap_calls; // realloc and free calls made for the state
-    int64_t work_left;   // instructions still allowed, reading included
-    int64_t ran;         // instructions run
-    int64_t read_units;  // instructions charged for reading
-    int64_t deadline;    // CLOCK_MONOTONIC, in nanoseconds
-    bool parsing;        // the script is being loaded, not yet run
-    bool after_refusal;  // the last growth was refused for memory
+    kiv_pool pool;      // the state's memory
+    kiv_meter meter;    // instructions still allowed, reading included
+    int64_t ran;        // instructions run
+    int64_t deadline;   // CLOCK_MONOTONIC, in nanoseconds
+    bool parsing;       // the script is being loaded, not yet run
+    bool after_refusal; // the last growth was refused for memory
     uint32_t allocs_to_clock;
-    int64_t read_to_clock;
     // The bound the allocator stopped the run for (it can only refuse
     // memory, so Lua reports "not enough memory"): its message, or null.
     const char *refused;
+    bool closing; // the state is being closed: its pooled blocks go with their slabs
+    // The log of the run, written out in one piece when full and before
+    // the run returns: one write instead of one per line.
+    size_t log_len;
+    char log[4096];
 };
 
 // The run in progress on this thread (initial-exec: one instruction to
@@ -93,8 +98,8 @@ void *bounded_alloc(void *ud, void *ptr, size_t osize, size_t nsize)
     run_frame *f = static_cast<run_frame *>(ud);
     size_t old = ptr ? osize : 0;
     if (nsize == 0) {
-        free(ptr);
-        ++f->heap_calls;
+        if (!f->closing || old > KIV_POOL_GRAIN * KIV_POOL_CLASSES)
+            kiv_pool_realloc(&f->pool, ptr, old, 0);
         f->mem_used -= old;
         return nullptr;
     }
@@ -121,8 +126,7 @@ void *bounded_alloc(void *ud, void *ptr, size_t osize, size_t nsize)
         if (!fits)
             return nullptr;
     }
-    void *p = realloc(ptr, nsize);
-    ++f->heap_calls;
+    void *p = kiv_pool_realloc(&f->pool, ptr, old, nsize);
     if (p) {
         f->mem_used = f->mem_used - old + nsize;
         if (f->mem_used > f->mem_peak)
@@ -139,9 +143,9 @@ run_frame *frame_of(lua_State *L)
 void count_hook(lua_State *L, lua_Debug *)
 {
     run_frame *f = frame_of(L);
-    f->work_left -= HOOK_PERIOD;
+    f->meter.left -= HOOK_PERIOD;
     f->ran += HOOK_PERIOD;
-    if (f->work_left < 0)
+    if (f->meter.left < 0)
         luaL_error(L, "%s", INSTRUCTIONS);
     if (now_ns() > f->deadline)
         luaL_error(L, "%s", TIME);
@@ -250,7 +254,12 @@ int protected_run(lua_State *L)
         return 1;
     }
     lua_settop(L, 0);
+    kiv_views views; // taken back by kiv_run_script, also after a Lua error
+    for (kiv_table_view &v : views.at)
+        v.table = nullptr;
+    kiv_use_views(&views);
     f->result = f->read(L, f->ctx);
+    kiv_use_views(nullptr);
     return 0;
 }
 
@@ -275,27 +284,47 @@ const char *error_text(lua_State *L, char *buf, size_t cap)
 
 } // namespace
 
-void kiv_run_spend(lua_State *L, int64_t units)
+__attribute__((tls_model("initial-exec"))) thread_local kiv_meter *kiv_t_meter = nullptr;
+
+void kiv_meter_check(lua_State *L)
+{
+    kiv_meter *m = kiv_t_meter;
+    if (m->left < 0)
+        luaL_error(L, "%s", READING);
+    m->to_clock = READ_PER_CLOCK;
+    if (now_ns() > t_frame->deadline)
+        luaL_error(L, "%s", TIME);
+}
+
+static void flush_log(run_frame *f)
+{
+    if (f->log_len)
+        fwrite(f->log, 1, f->log_len, stdout);
+    f->log_len = 0;
+}
+
+bool kiv_run_log(const char *text, size_t n)
 {
     run_frame *f = t_frame;
     if (!f)
-        return;
-    f->work_left -= units;
-    f->read_units += units;
-    if (f->work_left < 0)
-        luaL_error(L, "%s", READING);
-    if ((f->read_to_clock -= units) < 0) {
-        f->read_to_clock = READ_PER_CLOCK;
-        if (now_ns() > f->deadline)
-            luaL_error(L, "%s", TIME);
+        return false;
+    if (n > sizeof f->log - f->log_len) {
+        flush_log(f);
+        if (n > sizeof f->log) {
+            fwrite(text, 1, n, stdout);
+            return true;
+        }
     }
+    memcpy(f->log + f->log_len, text, n);
+    f->log_len += n;
+    return true;
 }
 
 void kiv_run_spend_log(void)
 {
-    if (run_frame *f = t_frame) {
-        f->work_left -= KIV_LOG_COST;
-        f->read_units += KIV_LOG_COST;
+    if (kiv_meter *m = kiv_t_meter) {
+        m->left -= KIV_LOG_COST;
+        m->read_units += KIV_LOG_COST;
     }
 }
 
@@ -314,36 +343,46 @@ int32_t kiv_run_script(const char *fn, const char *path, kiv_read_fn read, void 
     f.ctx = ctx;
     f.mem_limit = g_mem_limit.load(std::memory_order_relaxed);
     const uint64_t instructions = g_instruction_limit.load(std::memory_order_relaxed);
-    f.work_left = instructions < INT64_MAX ? static_cast<int64_t>(instructions) : INT64_MAX;
+    f.meter.left = instructions < INT64_MAX ? static_cast<int64_t>(instructions) : INT64_MAX;
+    f.meter.to_clock = READ_PER_CLOCK;
     const uint32_t ms = g_time_limit_ms.load(std::memory_order_relaxed);
     f.deadline = ms ? start + static_cast<int64_t>(ms) * 1000000 : INT64_MAX; // 0: no limit
     f.allocs_to_clock = ALLOCS_PER_CLOCK;
-    f.read_to_clock = READ_PER_CLOCK;
+    // The slabs may hold twice the bound: only a script that fragments its
+    // memory across block sizes that far is refused before the bound.
+    kiv_pool_init(&f.pool, 2 * f.mem_limit + (1u << 20));
 
     lua_State *L = lua_newstate(bounded_alloc, &f);
     if (!L) {
-        g_heap_calls.fetch_add(f.heap_calls, std::memory_order_relaxed);
-        KIV_ERR(fn, "fail to alloc Lua state.\n");
+        kiv_pool_release(&f.pool);
+        g_heap_calls.fetch_add(f.pool.heap_calls, std::memory_order_relaxed);
+        KIV_ERR_AT(326, fn, "fail to alloc Lua state.\n");
         return no_state;
     }
     g_created.fetch_add(1, std::memory_order_relaxed);
     *static_cast<run_frame **>(lua_getextraspace(L)) = &f;
     t_frame = &f;
+    kiv_t_meter = &f.meter;
 
     lua_pushcfunction(L, protected_run);
     int rc = lua_pcall(L, 0, 1, 0);
+    kiv_use_views(nullptr);
+    flush_log(&f);
     t_frame = nullptr;
+    kiv_t_meter = nullptr;
     int32_t result = f.result;
     if (rc != LUA_OK || f.script_failed) {
         char buf[64];
-        KIV_ERR(fn, "lua error msg is %s.\n",
-                f.refused ? f.refused : error_text(L, buf, sizeof buf));
+        KIV_ERR_AT(339, fn, "lua error msg is %s.\n",
+                   f.refused ? f.refused : error_text(L, buf, sizeof buf));
         result = failed;
     }
+    f.closing = true;
     lua_close(L);
+    kiv_pool_release(&f.pool);
     g_closed.fetch_add(1, std::memory_order_relaxed);
-    g_heap_calls.fetch_add(f.heap_calls, std::memory_order_relaxed);
-    t_last = {static_cast<uint64_t>(f.ran), static_cast<uint64_t>(f.read_units), f.mem_peak,
+    g_heap_calls.fetch_add(f.pool.heap_calls, std::memory_order_relaxed);
+    t_last = {static_cast<uint64_t>(f.ran), static_cast<uint64_t>(f.meter.read_units), f.mem_peak,
               static_cast<uint64_t>(now_ns() - start)};
     return result;
 }

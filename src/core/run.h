@@ -59,12 +59,37 @@ typedef int32_t (*kiv_read_fn)(lua_State *L, void *ctx);
 int32_t kiv_run_script(const char *fn, const char *path, kiv_read_fn read, void *ctx,
                        int32_t no_state, int32_t failed);
 
+// The instruction budget of the run in progress on this thread, shared by
+// the count hook and the reading.
+struct kiv_meter {
+    int64_t left;       // instructions still allowed, reading included
+    int64_t read_units; // instructions charged for reading
+    int64_t to_clock;   // reading before the next look at the clock
+};
+extern __attribute__((tls_model("initial-exec"))) thread_local kiv_meter *kiv_t_meter;
+// Raises the Lua error of the bound the reading exceeded, or looks at the
+// clock (raising when the time is up).
+void kiv_meter_check(lua_State *L);
+
 // Counts `units` instructions of reading against the bounds of the run in
 // progress on this thread; raises a Lua error on L when one is exceeded.
 // Does nothing outside a run (a parser tested on a state of its own).
-void kiv_run_spend(lua_State *L, int64_t units);
+inline void kiv_run_spend(lua_State *L, int64_t units)
+{
+    kiv_meter *m = kiv_t_meter;
+    if (!m)
+        return;
+    m->left -= units;
+    m->read_units += units;
+    if ((m->to_clock -= units) < 0 || m->left < 0)
+        kiv_meter_check(L);
+}
 // Counts a printed log line (never raises: the next read does).
 void kiv_run_spend_log(void);
+// Takes a log text into the log buffer of the run in progress on this
+// thread, which is written out in one piece when full and before the run
+// returns; false when no run is in progress.
+bool kiv_run_log(const char *text, size_t n);
 
 // Bounds in force for the runs that start after the call; a field left 0
 // (text_only: -1) takes the build's default.  For tests and tools; not part

@@ -1,0 +1,97 @@
+-- Shaped like the configurations deployed on three-channel 4K boards: each
+-- channel, canvas and stream gives the keys that matter for it and leaves
+-- the rest to their defaults, so a load at log level 1 prints a WARN line for
+-- every absent optional key (more than 200).  No log_level: the benchmark
+-- sets the level.
+_resource_config_ = {
+	version = 1,
+	enable_hp_fps = 0,
+	vin_short_line_detect = 0,
+	channels = {
+		{
+			id = 0,
+			sensor_ctrl = 1,
+			max_padding_width = 256,
+			idsp_fps = 30,
+			max_raw_height = 2160,
+			max_main_input_width = 3840,
+			lens_warp = 1,
+			max_warp_input_width = 3840,
+			max_warp_output_width = 3840,
+			enable_group = 1,
+			group_idx = 0,
+			img_stats_src_chan = "chan_0",
+			pass_num = 2,
+			main = { max_output = {3840, 2160}, input = {0, 0, 3840, 2160}, output = {0, 0, 3840, 2160} },
+			second = { max_output = {1920, 1080}, input = {0, 0, 3840, 2160}, output = {0, 0, 1920, 1080} },
+			third = { max_output = {1280, 720}, input = {0, 0, 3840, 2160}, output = {1280, 0, 1280, 720} },
+			pass_1 = {
+				input_pass_id = 0,
+				input_buf_id = 1,
+				main = { max_output = {960, 540}, input = {0, 0, 1920, 1080}, output = {0, 0, 960, 540} },
+			},
+			pyramid = {
+				input_buf_id = 0,
+				layer_map = 0x0f,
+				scale_type = 0,
+				rescale_size = {3840, 2160},
+				layers = {
+					{ crop_win = {0, 0, 3840, 2160} },
+					{ crop_win = {0, 0, 1920, 1080} },
+					{ crop_win = {0, 0, 960, 540} },
+					{ crop_win = {0, 0, 480, 270} },
+				},
+			},
+			vsrc = { vsrc_id = 0, mode = "3840x2160", fps = 30, hdr_mode = "linear", bits = 12 },
+		},
+		{
+			id = 1,
+			sensor_ctrl = 0,
+			max_padding_width = 256,
+			idsp_fps = 30,
+			enable_group = 1,
+			group_idx = 0,
+			group_order_idx = 1,
+			img_stats_src_chan = "chan_0",
+			pass_num = 2,
+			main = { max_output = {640, 360}, input = {960, 540, 1920, 1080}, output = {1280, 720, 640, 360} },
+			second = { max_output = {1280, 720}, input = {0, 0, 3840, 2160}, output = {0, 0, 1280, 720} },
+			pass_1 = {
+				input_pass_id = 0,
+				input_buf_id = 1,
+				main = { max_output = {640, 360}, input = {0, 0, 1280, 720}, output = {960, 0, 640, 360} },
+			},
+			vsrc = { vsrc_id = 0, mode = "3840x2160", fps = 30, hdr_mode = "linear", bits = 12 },
+		},
+		{
+			id = 2,
+			sensor_ctrl = 1,
+			max_padding_width = 256,
+			idsp_fps = 30,
+			max_raw_height = 1944,
+			max_main_input_width = 2592,
+			img_stats_src_chan = "chan_2",
+			main = { max_output = {2592, 1944}, input = {0, 0, 2592, 1944}, output = {0, 0, 2560, 1920} },
+			second = { max_output = {1280, 960}, input = {0, 0, 2592, 1944}, output = {0, 0, 1280, 960} },
+			vsrc = { vsrc_id = 1, mode = "2592x1944", fps = 30, hdr_mode = "linear", bits = 10 },
+		},
+	},
+	chan_groups = {
+		{ "chan_0", "chan_1" },
+	},
+	canvas = {
+		{ type = "encode", size = {3840, 2160}, source = {"chan_0.main"}, frame_rate = 30 },
+		{ type = "encode", size = {0, 0}, source = {"chan_2.second", "chan_0.third"}, frame_rate = 30 },
+		{ type = "encode", size = {0, 0}, source = {"chan_0.main_1", "chan_1.main_1"}, frame_rate = 15 },
+		{ type = "encode", size = {2560, 1920}, source = {"chan_2.main"}, frame_rate = 30 },
+		{ type = "prev", size = {1920, 1080}, source = {"chan_0.second", "chan_1.main"}, vout_id = 0,
+		  frame_rate = 30 },
+	},
+	streams = {
+		{ id = 0, max_size = {3840, 2160}, codec_enable = 3, possible_enc_src_map = 0x1 },
+		{ id = 1, max_size = {2560, 960}, codec_enable = 3, possible_enc_src_map = 0x2 },
+		{ id = 2, max_size = {1600, 540}, codec_enable = 1, possible_enc_src_map = 0x4 },
+		{ id = 3, max_size = {2560, 1920}, codec_enable = 3, possible_enc_src_map = 0x8 },
+		{ id = 4, max_size = {1280, 720}, codec_enable = 1, possible_enc_src_map = 0x1 },
+	},
+}
