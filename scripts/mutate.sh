@@ -5,52 +5,62 @@
 #   scripts/mutate.sh [PATTERN]    only the faults whose description matches
 # Prints "caught" or "MISSED" per fault and a closing "N caught, M missed".
 # A fault that no longer applies (its text is gone) stops the run.  About
-# half a minute per fault on two cores.
+# half a minute per fault on two cores; run it in a checkout you are not
+# editing.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-pattern=${1:-}
 build=build-mutate
 cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Debug -DKIV_WERROR=ON >/dev/null
 cmake --build "$build" -j "$(nproc)" >/dev/null
-(cd "$build" && ctest -j "$(nproc)" --timeout 120 >/dev/null) ||
+(cd "$build" && ctest -j "$(nproc)" --timeout 60 >/dev/null) ||
     { echo "the suite fails without any fault: fix that first"; exit 2; }
+exec python3 - "$build" "${1:-}" <<'PY'
+import os, subprocess, sys
 
-backup=$(mktemp -d)
-trap 'rm -rf "$backup"' EXIT
-caught=0
-missed=0
-while IFS=$'\t' read -r file find replace what; do
-    case $file in '#'* | '') continue ;; esac
-    [ -z "$pattern" ] || [[ $what == *$pattern* ]] || continue
-    cp "$file" "$backup/file"
-    python3 - "$file" "$find" "$replace" <<'PY' || { cp "$backup/file" "$file"; exit 2; }
-import sys
+build, pattern = sys.argv[1], sys.argv[2]
+jobs = str(os.cpu_count() or 2)
+
 def unescape(s):
     out, i = [], 0
     while i < len(s):
         if s[i] == '\\' and i + 1 < len(s):
-            out.append({'n': '\n', 't': '\t', '\\': '\\'}.get(s[i + 1], s[i + 1])); i += 2
+            out.append({'n': '\n', 't': '\t', '\\': '\\'}.get(s[i + 1], s[i + 1]))
+            i += 2
         else:
-            out.append(s[i]); i += 1
+            out.append(s[i])
+            i += 1
     return ''.join(out)
-path, find, repl = sys.argv[1], unescape(sys.argv[2]), unescape(sys.argv[3])
-text = open(path).read()
-if text.count(find) != 1:
-    sys.exit(f"{path}: the fault's text occurs {text.count(find)} times: {find!r}")
-open(path, 'w').write(text.replace(find, repl))
+
+def quiet(cmd, cwd=None):
+    return subprocess.run(cmd, cwd=cwd, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL).returncode == 0
+
+caught = missed = 0
+for line in open('scripts/mutations.txt'):
+    line = line.rstrip('\n')
+    if not line or line.startswith('#'):
+        continue
+    path, find, repl, what = line.split('\t')
+    if pattern and pattern not in what:
+        continue
+    find, repl = unescape(find), unescape(repl)
+    text = open(path).read()
+    if text.count(find) != 1:
+        sys.exit(f"{path}: the text of '{what}' occurs {text.count(find)} times")
+    open(path, 'w').write(text.replace(find, repl))
+    try:
+        if not quiet(['cmake', '--build', build, '-j', jobs]):
+            result = 'caught (does not build)'
+        elif quiet(['ctest', '-j', jobs, '--timeout', '60', '--stop-on-failure'], cwd=build):
+            result = 'MISSED'
+        else:
+            result = 'caught'
+    finally:
+        open(path, 'w').write(text)
+    if result == 'MISSED':
+        missed += 1
+    else:
+        caught += 1
+    print(f"{result:<24} {path}: {what}", flush=True)
+quiet(['cmake', '--build', build, '-j', jobs])
+print(f"{caught} caught, {missed} missed")
 PY
-    if ! cmake --build "$build" -j "$(nproc)" >/dev/null 2>&1; then
-        result="caught (does not build)"
-        caught=$((caught + 1))
-    elif (cd "$build" && ctest -j "$(nproc)" --timeout 120 --stop-on-failure >/dev/null 2>&1); then
-        result="MISSED"
-        missed=$((missed + 1))
-    else
-        result="caught"
-        caught=$((caught + 1))
-    fi
-    cp "$backup/file" "$file"
-    printf '%-24s %s: %s\n' "$result" "$file" "$what"
-done <scripts/mutations.txt
-cmake --build "$build" -j "$(nproc)" >/dev/null
-echo "$caught caught, $missed missed"
