@@ -1,0 +1,269 @@
+// The golden cases.  Each tests/cases/NAME.lua holds scripts separated by
+// "--- TITLE | OPTIONS" lines; the text before the first of them is put in
+// front of every script of the file.  NAME.out holds what each script gives:
+// the result, the library's log byte for byte, the fields of the record that
+// differ from a fresh one, and on request the dump and whether the dump
+// loads back into the same record.
+//
+// Options (separated by blanks):
+//   level=N      the log level set before the load (default 1)
+//   hp           the high-precision rate flag set before the load
+//   dump         the dump of a record that loaded, and its reload
+//   only=A,B     record lines only for paths that start with A or B
+//   calib | hevc | aisp=TYPE   the standalone loaders instead
+//   kiv ARGS     runs the tool instead (the script's path replaces "{}")
+//
+// KIV_REGENERATE=1 rewrites the .out files instead of comparing them; the
+// change is then reviewed as a diff of the working tree.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <sstream>
+#include <vector>
+
+#include "core/log.h"
+#include "core/run.h"
+#include "records.h"
+#include "render.h"
+#include "tool_test.h"
+
+namespace
+{
+
+namespace fs = std::filesystem;
+using kivtool::flatten;
+
+const fs::path CASES = fs::path(KIV_SOURCE_DIR) / "tests" / "cases";
+
+std::string read(const fs::path &p)
+{
+    std::ifstream in(p, std::ios::binary);
+    std::stringstream ss;
+    ss << in.rdbuf();
+    return ss.str();
+}
+
+void write(const fs::path &p, const std::string &text)
+{
+    std::ofstream(p, std::ios::binary) << text;
+}
+
+template <class F>
+std::string captured(F &&fn)
+{
+    testing::internal::CaptureStdout();
+    fn();
+    fflush(stdout);
+    return testing::internal::GetCapturedStdout();
+}
+
+struct options {
+    int level = 1;
+    bool hp = false, dump = false;
+    std::vector<std::string> only;
+    std::string kind = "multi", aisp_type, command;
+};
+
+options parse_options(const std::string &text)
+{
+    options o;
+    std::istringstream in(text);
+    for (std::string w; in >> w;) {
+        if (w == "kiv") {
+            std::getline(in, o.command);
+            o.kind = "kiv";
+        } else if (w.rfind("level=", 0) == 0) {
+            o.level = std::stoi(w.substr(6));
+        } else if (w.rfind("only=", 0) == 0) {
+            std::istringstream paths(w.substr(5));
+            for (std::string p; std::getline(paths, p, ',');)
+                o.only.push_back(p);
+        } else if (w.rfind("aisp=", 0) == 0) {
+            o.kind = "aisp";
+            o.aisp_type = w.substr(5);
+        } else if (w == "hp" || w == "dump") {
+            (w == "hp" ? o.hp : o.dump) = true;
+        } else if (w == "calib" || w == "hevc") {
+            o.kind = w;
+        } else {
+            ADD_FAILURE() << "unknown option " << w;
+        }
+    }
+    return o;
+}
+
+// "path = value" for each field of `rec` that differs from `base`.
+std::string changed(const kivtool::record_desc &d, const void *base, const void *rec,
+                    const options &o, const std::string &prefix = "")
+{
+    std::string out;
+    auto a = flatten(d, base), b = flatten(d, rec);
+    for (size_t i = 0; i < b.size(); ++i) {
+        bool shown = o.only.empty();
+        for (const auto &p : o.only)
+            shown = shown || b[i].path.rfind(p, 0) == 0;
+        if (shown && a[i].value != b[i].value)
+            out += prefix + b[i].path + " = " + b[i].value + "\n";
+    }
+    return out;
+}
+
+std::string section(const char *name, const std::string &text)
+{
+    return text.empty() ? "" : std::string(name) + ":\n" + text;
+}
+
+std::string run_multi(const std::string &path, const options &o)
+{
+    auto cfg = std::make_unique<kiv_multi_chan_cfg>(),
+         base = std::make_unique<kiv_multi_chan_cfg>();
+    kiv_init(base.get());
+    *cfg = *base;
+    int32_t ret = 0;
+    std::string log = captured([&] { ret = kiv_get_multi_chan_cfg(path.c_str(), cfg.get()); });
+    std::string out =
+        "result: " + std::to_string(ret) + "\n" + section("log", log) +
+        section("record", changed(kivtool::multi_chan_desc(), base.get(), cfg.get(), o));
+    if (!o.dump || ret != 0)
+        return out;
+    std::string dumped = path + ".dump.lua";
+    out += section("dump log",
+                   captured([&] { ret = kiv_dump_multi_chan_cfg(cfg.get(), dumped.c_str()); }));
+    out += "dump: " + std::to_string(ret) + "\n" + read(dumped);
+    auto again = std::make_unique<kiv_multi_chan_cfg>(*base);
+    captured([&] { ret = kiv_get_multi_chan_cfg(dumped.c_str(), again.get()); });
+    fs::remove(dumped);
+    options all;
+    std::string diff = changed(kivtool::multi_chan_desc(), cfg.get(), again.get(), all);
+    return out + "reload: " + std::to_string(ret) +
+           (diff.empty() ? ", same record\n" : ", changed:\n" + diff);
+}
+
+std::string run_standalone(const std::string &path, const options &o)
+{
+    int32_t ret = 0;
+    std::string log, rec;
+    if (o.kind == "calib") {
+        int32_t n = 0;
+        log = captured([&] { n = kiv_get_calib_data_size(path.c_str()); });
+        std::vector<kiv_calib_data_item> items(n > 0 ? n : 1), none(items.size());
+        log += captured([&] {
+            ret = kiv_load_calib_data(path.c_str(), items.data(), static_cast<uint32_t>(n));
+        });
+        for (size_t i = 0; i < items.size(); ++i)
+            rec += changed(kivtool::calib_item_desc(), &none[i], &items[i], o,
+                           "[" + std::to_string(i) + "].");
+        return "size: " + std::to_string(n) + "\nresult: " + std::to_string(ret) + "\n" +
+               section("log", log) + section("record", rec);
+    }
+    if (o.kind == "hevc") {
+        auto cfg = std::make_unique<kiv_hevc_scaling_cfg>(),
+             none = std::make_unique<kiv_hevc_scaling_cfg>();
+        log = captured([&] { ret = kiv_get_hevc_scaling_cfg(path.c_str(), cfg.get()); });
+        rec = changed(kivtool::hevc_scaling_desc(), none.get(), cfg.get(), o);
+    } else {
+        auto cfg = std::make_unique<kiv_aisp_cfg>(), none = std::make_unique<kiv_aisp_cfg>();
+        log = captured([&] {
+            ret = kiv_get_aisp_cfg(path.c_str(), cfg.get(),
+                                   static_cast<uint8_t>(std::stoi(o.aisp_type)));
+        });
+        rec = changed(kivtool::aisp_desc(), none.get(), cfg.get(), o);
+    }
+    return "result: " + std::to_string(ret) + "\n" + section("log", log) + section("record", rec);
+}
+
+std::string run_tool(const std::string &path, const options &o)
+{
+    std::vector<std::string> args;
+    std::istringstream in(o.command);
+    for (std::string w; in >> w;)
+        args.push_back(w == "{}" ? path : w);
+    tooltest::run_result r = tooltest::kiv(args);
+    auto mask = [&](std::string s) {
+        for (size_t at; (at = s.find(path)) != std::string::npos;)
+            s.replace(at, path.size(), "{}");
+        return s;
+    };
+    return "exit: " + std::to_string(r.rc) + "\n" + section("stdout", mask(r.out)) +
+           section("stderr", mask(r.err));
+}
+
+// One case: its script written to a file of its own, loaded as asked.
+std::string run_case(const std::string &script, const options &o)
+{
+    fs::path path = fs::temp_directory_path() / ("kiv-case-" + std::to_string(getpid()) + ".lua");
+    write(path, script);
+    kiv_set_log_level(o.level);
+    kiv_set_hp_fps(o.hp ? 1 : 0);
+    // No time limit to speak of: the cases run under sanitizers and
+    // emulators too.
+    kiv_set_run_limits({.time_ms = 600000});
+    std::string out = o.kind == "multi" ? run_multi(path, o)
+                      : o.kind == "kiv" ? run_tool(path, o)
+                                        : run_standalone(path, o);
+    kiv_set_log_level(1);
+    kiv_set_hp_fps(0);
+    kiv_set_run_limits({});
+    fs::remove(path);
+    return out;
+}
+
+// Runs every case of a file; returns the text of its .out file.
+std::string run_file(const fs::path &file)
+{
+    std::istringstream in(read(file));
+    std::string prelude, out, title, body;
+    bool started = false;
+    auto flush = [&] {
+        if (!started)
+            return;
+        size_t bar = title.find(" | ");
+        options o = parse_options(bar == std::string::npos ? "" : title.substr(bar + 3));
+        out += title + "\n" + run_case(prelude + body, o) + "\n";
+    };
+    for (std::string line; std::getline(in, line);) {
+        if (line.rfind("--- ", 0) == 0) {
+            flush();
+            started = true;
+            title = line;
+            body.clear();
+        } else {
+            (started ? body : prelude) += line + "\n";
+        }
+    }
+    flush();
+    return out;
+}
+
+class Cases : public testing::TestWithParam<std::string>
+{
+};
+
+TEST_P(Cases, GiveWhatTheirOutFileSays)
+{
+    fs::path file = CASES / (GetParam() + ".lua"), expected = CASES / (GetParam() + ".out");
+    std::string got = run_file(file);
+    if (getenv("KIV_REGENERATE")) {
+        write(expected, got);
+        return;
+    }
+    EXPECT_EQ(read(expected), got) << "KIV_REGENERATE=1 rewrites " << expected;
+}
+
+std::vector<std::string> case_files()
+{
+    std::vector<std::string> names;
+    for (const auto &e : fs::directory_iterator(CASES))
+        if (e.path().extension() == ".lua")
+            names.push_back(e.path().stem());
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+INSTANTIATE_TEST_SUITE_P(, Cases, testing::ValuesIn(case_files()),
+                         [](const testing::TestParamInfo<std::string> &p) { return p.param; });
+
+} // namespace
