@@ -238,6 +238,54 @@ std::string run_file(const fs::path &file)
     return out;
 }
 
+// Where a member lives: "unit.bit width" of an integer (the byte offset of
+// its 32-bit unit, its first bit there, its width; found by setting all its
+// bits in a clear record), the byte offset of anything else.
+std::string place(const kivtool::field &f, size_t holder, size_t size)
+{
+    using kivtool::kind;
+    if (f.k == kind::integer) {
+        std::vector<unsigned char> rec(size, 0);
+        f.set(rec.data() + holder, -1);
+        long first = -1, last = -1, set = 0;
+        for (size_t i = 0; i < size * 8; ++i)
+            if ((rec[i / 8] >> (i % 8)) & 1) {
+                first = first < 0 ? static_cast<long>(i) : first;
+                last = static_cast<long>(i);
+                ++set;
+            }
+        if (last - first + 1 != set)
+            return "not contiguous";
+        return std::to_string(first / 32 * 4) + "." + std::to_string(first % 32) + " " +
+               std::to_string(set);
+    }
+    std::string at = "@" + std::to_string(holder + f.offset);
+    if (f.k == kind::text)
+        return at + " text " + std::to_string(f.size);
+    if (f.k == kind::record)
+        return at + " " + f.rec->name;
+    return "[" + std::to_string(f.count) + "] stride " + std::to_string(f.size) + " " +
+           place(*f.elem, holder + f.offset, size);
+}
+
+// The layout of every record the C interface carries, as the header puts
+// it: applications built against it rely on each bit staying where it is.
+TEST(RecordLayout, AsTheLayoutFileSays)
+{
+    std::string got = "# Each record of the C interface and its members: an integer as\n"
+                      "# UNIT.BIT WIDTH (byte offset of its 32-bit unit, first bit, bits), any\n"
+                      "# other member at @BYTE; arrays as [COUNT] stride BYTES.\n";
+    for (const kivtool::record_desc *d : kivtool::all_record_descs()) {
+        got += std::string(d->name) + ": " + std::to_string(d->size) + " bytes\n";
+        for (const kivtool::field &m : d->members)
+            got += "  " + std::string(m.name) + " " + place(m, 0, d->size) + "\n";
+    }
+    fs::path expected = CASES / "record_layout.txt";
+    if (getenv("KIV_REGENERATE"))
+        return write(expected, got);
+    EXPECT_EQ(read(expected), got) << "KIV_REGENERATE=1 rewrites " << expected;
+}
+
 class Cases : public testing::TestWithParam<std::string>
 {
 };
