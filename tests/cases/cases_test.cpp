@@ -11,7 +11,10 @@
 //   dump         the dump of a record that loaded, and its reload
 //   only=A,B     record lines only for paths that start with A or B
 //   calib | hevc | aisp=TYPE   the standalone loaders instead
-//   kiv ARGS     runs the tool instead (the script's path replaces "{}")
+//   kiv ARGS     runs the tool instead: "{}" in ARGS is the script's path,
+//                "{prelude}" a file holding the prelude alone, "{out}" a file
+//                whose text is shown after the run, "{src}" the source tree
+//   json=P,Q     with kiv: the values at JSON pointers P and Q of the output
 //
 // The script's path is shown as "{}" wherever it appears.
 //
@@ -67,6 +70,7 @@ struct options {
     bool hp = false, dump = false;
     std::vector<std::string> only;
     std::string kind = "multi", aisp_type, command;
+    std::vector<std::string> json;
 };
 
 options parse_options(const std::string &text)
@@ -79,10 +83,10 @@ options parse_options(const std::string &text)
             o.kind = "kiv";
         } else if (w.rfind("level=", 0) == 0) {
             o.level = std::stoi(w.substr(6));
-        } else if (w.rfind("only=", 0) == 0) {
+        } else if (w.rfind("only=", 0) == 0 || w.rfind("json=", 0) == 0) {
             std::istringstream paths(w.substr(5));
             for (std::string p; std::getline(paths, p, ',');)
-                o.only.push_back(p);
+                (w[0] == 'o' ? o.only : o.json).push_back(p);
         } else if (w.rfind("aisp=", 0) == 0) {
             o.kind = "aisp";
             o.aisp_type = w.substr(5);
@@ -177,22 +181,51 @@ std::string run_standalone(const std::string &path, const options &o)
     return "result: " + std::to_string(ret) + "\n" + section("log", log) + section("record", rec);
 }
 
-std::string run_tool(const std::string &path, const options &o)
+std::string replaced(std::string s, const std::string &from, const std::string &to)
 {
-    std::vector<std::string> args;
-    std::istringstream in(o.command);
-    for (std::string w; in >> w;)
-        args.push_back(w == "{}" ? path : w);
-    tooltest::run_result r = tooltest::kiv(args);
-    return "exit: " + std::to_string(r.rc) + "\n" + section("stdout", r.out) +
-           section("stderr", r.err);
+    for (size_t at = 0; (at = s.find(from, at)) != std::string::npos; at += to.size())
+        s.replace(at, from.size(), to);
+    return s;
 }
 
-// One case: its script written to a file of its own, loaded as asked.
-std::string run_case(const std::string &script, const options &o)
+std::string run_tool(const std::string &path, const options &o)
+{
+    const std::pair<std::string, std::string> places[] = {{"{}", path},
+                                                          {"{prelude}", path + "-prelude"},
+                                                          {"{out}", path + "-out"},
+                                                          {"{src}", KIV_SOURCE_DIR}};
+    std::vector<std::string> args;
+    std::istringstream in(o.command);
+    for (std::string w; in >> w; args.push_back(w))
+        for (const auto &[name, place] : places)
+            w = replaced(w, name, place);
+    tooltest::run_result r = tooltest::kiv(args);
+    if (!o.json.empty() && nlohmann::json::accept(r.out)) {
+        auto j = nlohmann::ordered_json::parse(r.out);
+        r.out.clear();
+        for (const auto &p : o.json) {
+            nlohmann::ordered_json::json_pointer at(p);
+            r.out += p + " = " + (j.contains(at) ? j[at].dump() : "(none)") + "\n";
+        }
+    }
+    std::string written = fs::exists(path + "-out") ? read(path + "-out") : "";
+    fs::remove(path + "-out");
+    auto mask = [&](std::string s) {
+        for (size_t i = std::size(places); i-- > 0;)
+            s = replaced(s, places[i].second, places[i].first);
+        return s;
+    };
+    return "exit: " + std::to_string(r.rc) + "\n" + section("stdout", mask(r.out)) +
+           section("stderr", mask(r.err)) + section("{out}", mask(written));
+}
+
+// One case: its script written to a file of its own (and the prelude to one
+// more), loaded as asked.
+std::string run_case(const std::string &prelude, const std::string &body, const options &o)
 {
     fs::path path = fs::temp_directory_path() / ("kiv-case-" + std::to_string(getpid()) + ".lua");
-    write(path, script);
+    write(path, prelude + body);
+    write(path.string() + "-prelude", prelude);
     kiv_set_log_level(o.level);
     kiv_set_hp_fps(o.hp ? 1 : 0);
     // No time limit to speak of: the cases run under sanitizers and
@@ -208,6 +241,7 @@ std::string run_case(const std::string &script, const options &o)
     kiv_set_hp_fps(0);
     kiv_set_run_limits({});
     fs::remove(path);
+    fs::remove(path.string() + "-prelude");
     return out;
 }
 
@@ -222,7 +256,7 @@ std::string run_file(const fs::path &file)
             return;
         size_t bar = title.find(" | ");
         options o = parse_options(bar == std::string::npos ? "" : title.substr(bar + 3));
-        out += title + "\n" + run_case(prelude + body, o) + "\n";
+        out += title + "\n" + run_case(prelude, body, o) + "\n";
     };
     for (std::string line; std::getline(in, line);) {
         if (line.rfind("--- ", 0) == 0) {
