@@ -16,6 +16,7 @@
 #include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <thread>
 #include <ucontext.h>
@@ -27,6 +28,7 @@ namespace
 {
 
 const char FN[] = "kiv_dump_multi_chan_cfg";
+bool syncs_fail = false;
 constexpr uid_t NOBODY = 65534;
 
 class DumpFile : public Settings
@@ -146,6 +148,15 @@ struct protected_symlinks {
 };
 
 } // namespace
+
+// The test program's own fsync: an I/O error that a device reports only when
+// the data is synced, on demand.
+extern "C" int fsync(int fd)
+{
+    if (syncs_fail)
+        return errno = EIO, -1;
+    return static_cast<int>(syscall(SYS_fsync, fd));
+}
 
 // Where a shell redirect is refused, the dump is refused too, goes to
 // standard output and leaves the file alone: a link that another user
@@ -373,4 +384,43 @@ TEST_F(DumpFile, RunsOnA16KiBStack)
     EXPECT_EQ(out, text);
     EXPECT_EQ(read_file(path), text);
     EXPECT_EQ(read_file(other), text);
+}
+
+// An error that shows only when the data is synced fails the dump too: a new
+// or replaced file is never put in place unsynced; a file rewritten in place
+// is said to be incomplete.
+TEST_F(DumpFile, FailedSyncsAreFailedWrites)
+{
+    const char *old = "the configuration that must survive";
+    const struct {
+        const char *name, *tail;
+        bool kept;
+    } cases[] = {{"new", "no file was created", false},
+                 {"existing", "the file was left as it was", true},
+                 {"linked", "while it was rewritten in place, the file is incomplete", false}};
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.name);
+        std::string path = at(c.name);
+        if (*c.name != 'n')
+            write(path, old);
+        if (*c.name == 'l') {
+            ASSERT_EQ(link(path.c_str(), at("other").c_str()), 0);
+        }
+        syncs_fail = true;
+        std::string out =
+            capture([&] { EXPECT_EQ(kiv_dump_multi_chan_cfg(&cfg, path.c_str()), 0); });
+        syncs_fail = false;
+        EXPECT_EQ(mask_lines(out),
+                  err(FN, "write to file [" + path + "] failed (Input/output error)" +
+                              (*c.name == 'l' ? " " : ", ") + c.tail + "\n"));
+        std::string left = access(path.c_str(), F_OK) == 0 ? read_file(path) : "";
+        EXPECT_STREQ(left == old    ? "old"
+                     : left == text ? "new"
+                     : left.empty() ? "none"
+                                    : "other",
+                     c.kept           ? "old"
+                     : *c.name == 'l' ? "new"
+                                      : "none");
+    }
+    EXPECT_EQ(files(dir), 3); // no temporary file left behind
 }
