@@ -36,9 +36,9 @@ int32_t whole(int32_t (*parser)(lua_State *, kiv_multi_chan_cfg *), const std::s
     return parse(parser, "_resource_config_ = {" + body + "}", &cfg).ret;
 }
 
-// One parser of a channel's part on `chan = { <body> }`.
+// One parser of a table inside a channel, on `chan = { <body> }`.
 template <class R>
-int32_t part(int32_t (*parser)(lua_State *, R *), const std::string &body)
+int32_t inner(int32_t (*parser)(lua_State *, R *), const std::string &body)
 {
     R rec{};
     return parse(parser, "chan = {" + body + "}", &rec, "chan").ret;
@@ -75,16 +75,16 @@ TEST_F(Sections, ParsersTellRangeFromPresence)
          },
          -2},
         {[] {
-             return part(kiv_get_vsrc_cfg, "vsrc = { vsrc_id = 0, mode = 'vga', fps = 1, "
-                                           "hdr_mode = '4x' }");
+             return inner(kiv_get_vsrc_cfg, "vsrc = { vsrc_id = 0, mode = 'vga', fps = 1, "
+                                            "hdr_mode = '4x' }");
          },
          -1},
-        {[] { return part(kiv_get_vsrc_cfg, "vsrc = { vsrc_id = 3 }"); }, -2},
-        {[] { return part(kiv_get_vsrc_cfg, "vsrc = { mode = 'vga' }"); }, -2},
-        {[] { return part(kiv_get_pyramid_cfg, "pyramid = 1"); }, -1},
-        {[] { return part(kiv_get_pyramid_cfg, "pyramid = { input_buf_id = 1 }"); }, -2},
-        {[] { return part(kiv_get_pyramid_cfg, PYRAMID + "rescale_size = {1} }"); }, -1},
-        {[] { return part(kiv_get_pyramid_cfg, PYRAMID + "layers = {} }"); }, -1},
+        {[] { return inner(kiv_get_vsrc_cfg, "vsrc = { vsrc_id = 3 }"); }, -2},
+        {[] { return inner(kiv_get_vsrc_cfg, "vsrc = { mode = 'vga' }"); }, -2},
+        {[] { return inner(kiv_get_pyramid_cfg, "pyramid = 1"); }, -1},
+        {[] { return inner(kiv_get_pyramid_cfg, "pyramid = { input_buf_id = 1 }"); }, -2},
+        {[] { return inner(kiv_get_pyramid_cfg, PYRAMID + "rescale_size = {1} }"); }, -1},
+        {[] { return inner(kiv_get_pyramid_cfg, PYRAMID + "layers = {} }"); }, -1},
         {[] { return whole(kiv_get_stream_cfg, "streams = {{ id = 13 }}"); }, -1},
         {[] { return whole(kiv_get_stream_cfg, "streams = {{ max_size = {1, 1} }}"); }, -2},
         {[] { return whole(kiv_get_mem_cfg_resource, ""); }, 0},
@@ -194,11 +194,11 @@ TEST_F(Sections, SourceWritersOnHandFilledRecords)
     EXPECT_EQ(text.find("virt_mode_cfg_-1 = {\n"), 0u); // each source once
     EXPECT_EQ(text.find("virt_mode_cfg_-1 = {", 1), std::string::npos);
     EXPECT_EQ(text.find("vsrc_-1 = {", text.find("vsrc_-1 = {") + 1), std::string::npos);
-    for (const char *part :
+    for (const char *piece :
          {"\tbits = 0,\n\"linear\", \"2x\", \"3x\", \"wdr\", \n\"yuv_601\", ",
           "\tdefault_fps = 25000,\n", "\tmax_fps = 29970,\n",
           "\tvsrc_status = 0,\n\"linear\", \"2x\", \"3x\", \"wdr\", \n\tdg_mode"})
-        EXPECT_NE(text.find(part), std::string::npos) << part;
+        EXPECT_NE(text.find(piece), std::string::npos) << piece;
     EXPECT_NE(sources(0).find("\tmax_fps = 29,\n"), std::string::npos);
 }
 
