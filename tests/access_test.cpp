@@ -6,6 +6,7 @@
 
 #include <cstdlib>
 #include <fstream>
+#include <regex>
 #include <sstream>
 
 #include "core/access.h"
@@ -22,48 +23,44 @@ using Access = Settings;
 std::string call(lua_State *L, const std::string &line)
 {
     std::istringstream in(line);
-    std::string op, key;
-    in >> op >> key;
+    std::string op, key, shown;
+    int32_t n = 0, v = 1234, ret = 0, values[8] = {-1, -1, -1, -1, -1, -1, -1, -1};
+    in >> op >> key >> n;
     const char *k = key.c_str();
-    bool at = !key.empty() && key[0] == '#'; // "#I": an array index
-    int32_t i = at ? std::stoi(key.substr(1)) : 0, n = 0, v = 1234;
-    in >> n;
+    bool at = key.starts_with("#"); // "#I": an array index
+    int32_t i = at ? std::stoi(key.substr(1)) : 0;
     char buf[64];
     memset(buf, '#', sizeof buf);
     buf[8] = 0;
-    int32_t values[8] = {-1, -1, -1, -1, -1, -1, -1, -1}, ret = 0;
-    std::string shown = "";
-    if (op == "exists") {
+    size_t cap = op == "str" ? static_cast<size_t>(n) : 32;
+    if (op == "exists")
         ret = at ? kiv_is_item_exist_int(L, i) : kiv_is_item_exist_str(L, k);
-    } else if (op == "int") {
-        ret = at ? kiv_get_integer_item_int(L, i, &v) : kiv_get_integer_item_str(L, k, &v);
-        shown = " " + std::to_string(v);
-    } else if (op == "str" || op == "elemstr") { // str KEY CAP, elemstr KEY I
-        size_t cap = op == "str" ? static_cast<size_t>(n) : 32;
-        ret = op == "str" ? kiv_get_string_item_str(L, k, buf, cap)
-                          : kiv_get_array_string_item_str(L, k, n, buf, cap);
-        // The text, and the byte just past the room given.
-        shown = " \"" + std::string(buf) + "\" " + buf[cap];
-    } else if (op == "count") {
+    else if (op == "int" || op == "elem")
+        ret = op == "elem" ? kiv_get_array_integer_item_str(L, k, n, &v)
+              : at         ? kiv_get_integer_item_int(L, i, &v)
+                           : kiv_get_integer_item_str(L, k, &v);
+    else if (op == "str") // the text, and the byte just past the room given
+        ret = kiv_get_string_item_str(L, k, buf, cap);
+    else if (op == "elemstr")
+        ret = kiv_get_array_string_item_str(L, k, n, buf, cap);
+    else if (op == "count")
         ret = key.empty() ? kiv_get_array_item_num(L) : kiv_get_array_item_num_str(L, k);
-    } else if (op == "elem") {
-        ret = kiv_get_array_integer_item_str(L, k, n, &v);
-        shown = " " + std::to_string(v);
-    } else if (op == "ints") { // ints KEY MAX: into 8 slots
+    else if (op == "ints") // into 8 slots
         ret = kiv_get_array_integers_str(L, k, values, n);
-        for (int32_t x : values)
-            shown += " " + std::to_string(x);
-    } else if (op == "enter") {
+    else if (op == "enter")
         ret = at ? kiv_enter_int(L, i) : kiv_enter_str(L, k);
-    } else if (op == "leave") {
+    else if (op == "leave")
         kiv_leave(L);
-    } else if (op == "push") {
-        lua_pushinteger(L, 5);
-    } else if (op == "pop") {
-        lua_pop(L, 1);
-    } else {
+    else if (op == "push" || op == "pop")
+        op == "push" ? lua_pushinteger(L, 5) : lua_pop(L, 1);
+    else
         ADD_FAILURE() << "unknown call " << line;
-    }
+    if (op == "int" || op == "elem")
+        shown = " " + std::to_string(v);
+    if (op == "str" || op == "elemstr")
+        shown = " \"" + std::string(buf) + "\" " + buf[cap];
+    for (int32_t x : values)
+        shown += op == "ints" ? " " + std::to_string(x) : "";
     return std::to_string(ret) + shown;
 }
 
@@ -86,11 +83,10 @@ TEST_F(Access, CallsGiveWhatTheirFileSays)
             got += line + "\n";
         } else if (line[0] != ' ') { // a call; indented lines are its old log
             std::string c = line.substr(0, line.find(" ->")), result;
-            std::istringstream log(masked([&] { result = call(s.L(), c); }));
+            std::string log = masked([&] { result = call(s.L(), c); });
             int top = lua_gettop(s.L()) - s.top();
-            got += c + " -> " + result + (top ? " (top +" + std::to_string(top) + ")" : "") + "\n";
-            for (std::string l; std::getline(log, l);)
-                got += "    " + l + "\n";
+            got += c + " -> " + result + (top ? " (top +" + std::to_string(top) + ")" : "") + "\n" +
+                   std::regex_replace(log, std::regex("^(.)", std::regex::multiline), "    $1");
         }
     }
     if (getenv("KIV_REGENERATE"))

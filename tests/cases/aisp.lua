@@ -70,3 +70,10 @@ for i = 1, 1000 do _custom_aisp_config_.custom_nn[i] = { if_cnt = 0, interfaces 
 --- values keep the low bits their fields hold | aisp=1
 one({ dvi_id = 300, start = -1, cnt = '7', id = { 1, 2, 3, 260 } }, GOOD)
 _custom_aisp_config_.custom_nn[1].if_cnt = 17
+--- the tool shows the entries each network filled | json=/interface_entries,/networks kiv aisp --json {}
+networks({2, 3})
+--- exactly full | json=/interface_entries,/networks kiv aisp --json {}
+networks({15, 15, 2})
+--- a thousand networks without interfaces | json=/interface_entries,/networks/999,/networks/1000 kiv aisp --json {}
+config({ custom_nn = {} })
+for i = 1, 1000 do _custom_aisp_config_.custom_nn[i] = { if_cnt = 0, interfaces = {} } end
