@@ -77,3 +77,9 @@ networks({15, 15, 2})
 --- a thousand networks without interfaces | json=/interface_entries,/networks/999,/networks/1000 kiv aisp --json {}
 config({ custom_nn = {} })
 for i = 1, 1000 do _custom_aisp_config_.custom_nn[i] = { if_cnt = 0, interfaces = {} } end
+--- the log at level 0: errors only | aisp=1 level=0
+config({ x = 1 })
+--- at level 3: debugging lines too | aisp=1 level=3
+config({ x = 1 })
+--- a level counts by its low 8 bits: -1 is 255, which shows everything | aisp=1 level=-1
+config({ x = 1 })
