@@ -12,14 +12,9 @@
 
 using namespace kivtest;
 
-namespace
-{
-
 // Under a fraction of the bounds: the examples are among the largest
 // legitimate scripts.
 using Threads = Margins;
-
-} // namespace
 
 TEST_F(Threads, ConcurrentLoadsMatchSequentialOnes)
 {
@@ -42,7 +37,7 @@ TEST_F(Threads, ConcurrentLoadsMatchSequentialOnes)
             ASSERT_EQ(kiv_get_multi_chan_cfg(multi[i].c_str(), &expected[i]), 0);
         ASSERT_EQ(kiv_get_aisp_cfg(aisp.c_str(), &expected_nn, 1), 0);
         calib_n = kiv_get_calib_data_size(calib.c_str());
-        std::vector<std::thread> threads;
+        std::vector<std::jthread> threads; // joined as the capture ends
         std::latch start(4);
         for (int t = 0; t < 4; ++t) {
             threads.emplace_back([&, t] {
@@ -59,8 +54,6 @@ TEST_F(Threads, ConcurrentLoadsMatchSequentialOnes)
                 }
             });
         }
-        for (auto &th : threads)
-            th.join();
     });
     EXPECT_GT(calib_n, 0);
     EXPECT_EQ(mismatches.load(), 0);
