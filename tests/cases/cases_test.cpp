@@ -10,7 +10,11 @@
 //   hp           the high-precision rate flag set before the load
 //   dump         the dump of a record that loaded, and its reload
 //   only=A,B     record lines only for paths that start with A or B
-//   calib | hevc | aisp=TYPE   the standalone loaders instead
+//   calib | hevc | aisp=TYPE   the standalone loaders instead; their records
+//                start as 0xA5 bytes, so that what a load leaves alone shows
+//                (a calibration or network record: the lines are what it
+//                wrote; scaling lists: what it did not clear)
+//   calib=N      loads N calibration items whatever the script holds
 //   kiv ARGS     runs the tool instead: "{}" in ARGS is the script's path,
 //                "{prelude}" a file holding the prelude alone, "{out}" a file
 //                whose text is shown after the run, "{src}" the source tree
@@ -23,6 +27,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <memory>
@@ -70,6 +75,7 @@ struct options {
     bool hp = false, dump = false;
     std::vector<std::string> only;
     std::string kind = "multi", aisp_type, command;
+    int calib_items = -1;
     std::vector<std::string> json;
 };
 
@@ -94,6 +100,9 @@ options parse_options(const std::string &text)
             (w == "hp" ? o.hp : o.dump) = true;
         } else if (w == "calib" || w == "hevc") {
             o.kind = w;
+        } else if (w.rfind("calib=", 0) == 0) {
+            o.kind = "calib";
+            o.calib_items = std::stoi(w.substr(6));
         } else {
             ADD_FAILURE() << "unknown option " << w;
         }
@@ -110,7 +119,7 @@ std::string changed(const kivtool::record_desc &d, const void *base, const void 
     for (size_t i = 0; i < b.size(); ++i) {
         bool shown = o.only.empty();
         for (const auto &p : o.only)
-            shown = shown || b[i].path.rfind(p, 0) == 0;
+            shown = shown || (prefix + b[i].path).rfind(p, 0) == 0;
         if (shown && a[i].value != b[i].value)
             out += prefix + b[i].path + " = " + b[i].value + "\n";
     }
@@ -155,9 +164,12 @@ std::string run_standalone(const std::string &path, const options &o)
     if (o.kind == "calib") {
         int32_t n = 0;
         log = captured([&] { n = kiv_get_calib_data_size(path.c_str()); });
-        std::vector<kiv_calib_data_item> items(n > 0 ? n : 1), none(items.size());
+        int32_t want = o.calib_items >= 0 ? o.calib_items : n;
+        std::vector<kiv_calib_data_item> items(want > 0 ? want : 1), none(items.size());
+        memset(items.data(), 0xA5, items.size() * sizeof items[0]);
+        none = items;
         log += captured([&] {
-            ret = kiv_load_calib_data(path.c_str(), items.data(), static_cast<uint32_t>(n));
+            ret = kiv_load_calib_data(path.c_str(), items.data(), static_cast<uint32_t>(want));
         });
         for (size_t i = 0; i < items.size(); ++i)
             rec += changed(kivtool::calib_item_desc(), &none[i], &items[i], o,
@@ -168,10 +180,13 @@ std::string run_standalone(const std::string &path, const options &o)
     if (o.kind == "hevc") {
         auto cfg = std::make_unique<kiv_hevc_scaling_cfg>(),
              none = std::make_unique<kiv_hevc_scaling_cfg>();
+        memset(cfg.get(), 0xA5, sizeof *cfg);
         log = captured([&] { ret = kiv_get_hevc_scaling_cfg(path.c_str(), cfg.get()); });
         rec = changed(kivtool::hevc_scaling_desc(), none.get(), cfg.get(), o);
     } else {
         auto cfg = std::make_unique<kiv_aisp_cfg>(), none = std::make_unique<kiv_aisp_cfg>();
+        memset(cfg.get(), 0xA5, sizeof *cfg);
+        *none = *cfg;
         log = captured([&] {
             ret = kiv_get_aisp_cfg(path.c_str(), cfg.get(),
                                    static_cast<uint8_t>(std::stoi(o.aisp_type)));

@@ -1,0 +1,8 @@
+-- The shipped examples: each loads; a multi-channel one survives its own
+-- dump (lint loads the dump and names any field that comes back changed:
+-- only the calibration path, which the format does not carry, and buffers
+-- bound to no canvas, which are dumped as zeros).  No load logs an error.
+--- multi-channel examples load and survive their dump | kiv lint --log-level 0 {src}/examples/single_1080p.lua {src}/examples/two_channel_encode_preview.lua {src}/examples/three_channel_4k.lua {src}/examples/hdr_virtual_mode.lua
+--- calibration table | json=/items,/calib_data/11 kiv calib --json {src}/examples/calib_table.lua
+--- scaling lists | json=/scaling_list_dc kiv hevc --json {src}/examples/hevc_default_scaling.lua
+--- custom network | json=/config/if_cnt,/config/interfaces/0/poke kiv aisp --json {src}/examples/custom_aisp.lua
