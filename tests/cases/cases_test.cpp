@@ -8,7 +8,7 @@
 // Options (separated by blanks):
 //   level=N      the log level set before the load (default 1)
 //   hp           the high-precision rate flag set before the load
-//   dump         the dump of a record that loaded, and its reload
+//   dump         the dump of a record that loaded, its reload and second dump
 //   only=A,B     record lines only for paths that start with A or B
 //   calib | hevc | aisp=TYPE   the standalone loaders instead; their records
 //                start as 0xA5 bytes, so that what a load leaves alone shows
@@ -147,14 +147,21 @@ std::string run_multi(const std::string &path, const options &o)
     std::string dumped = path + ".dump.lua";
     out += section("dump log",
                    captured([&] { ret = kiv_dump_multi_chan_cfg(cfg.get(), dumped.c_str()); }));
-    out += "dump: " + std::to_string(ret) + "\n" + read(dumped);
+    std::string text = read(dumped);
+    out += "dump: " + std::to_string(ret) + "\n" + text;
+    // Loaded back and dumped again: the same record, the same text.
     auto again = std::make_unique<kiv_multi_chan_cfg>(*base);
-    captured([&] { ret = kiv_get_multi_chan_cfg(dumped.c_str(), again.get()); });
+    std::string log2 = captured([&] { ret = kiv_get_multi_chan_cfg(dumped.c_str(), again.get()); });
+    captured([&] { kiv_dump_multi_chan_cfg(again.get(), dumped.c_str()); });
+    bool same = read(dumped) == text;
     fs::remove(dumped);
     options all;
     std::string diff = changed(kivtool::multi_chan_desc(), cfg.get(), again.get(), all);
     return out + "reload: " + std::to_string(ret) +
-           (diff.empty() ? ", same record\n" : ", changed:\n" + diff);
+           (ret    ? ""
+            : same ? ", same dump"
+                   : ", other dump") +
+           (diff.empty() ? ", same record\n" : ", changed:\n" + diff) + section("reload log", log2);
 }
 
 std::string run_standalone(const std::string &path, const options &o)
