@@ -5,10 +5,8 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <fstream>
 #include <regex>
 #include <set>
-#include <unistd.h>
 
 #include "kiv_test.h"
 #include "common.h"
@@ -18,31 +16,7 @@
 using tooltest::kiv;
 using tooltest::run_result;
 
-namespace
-{
-
 using Lint = kivtest::Settings;
-
-// Runs `kiv lint ARGS... cfg.lua` on a script saved as cfg.lua in a
-// directory of its own, so that the output names the file as the
-// documentation does.
-run_result lint_as_cfg(const std::string &text, std::vector<std::string> args = {"-q"})
-{
-    char dir[] = "/tmp/kiv-lint-test-XXXXXX";
-    EXPECT_NE(mkdtemp(dir), nullptr);
-    std::ofstream(std::string(dir) + "/cfg.lua") << text;
-    char here[4096];
-    EXPECT_NE(getcwd(here, sizeof here), nullptr);
-    EXPECT_EQ(chdir(dir), 0);
-    args.insert(args.begin(), "lint");
-    args.push_back("cfg.lua");
-    run_result r = kiv(args);
-    EXPECT_EQ(chdir(here), 0);
-    std::filesystem::remove_all(dir);
-    return r;
-}
-
-} // namespace
 
 TEST_F(Lint, EachRuleFindsItsDocumentedScriptAndNothingElse)
 {
@@ -55,12 +29,15 @@ TEST_F(Lint, EachRuleFindsItsDocumentedScriptAndNothingElse)
         const std::string id = (*it)[1], script = (*it)[2], line = (*it)[3];
         SCOPED_TRACE(id);
         documented.insert(id);
-        run_result r = lint_as_cfg(script);
+        std::string path = kivtest::script(script);
+        run_result r = kiv({"lint", "-q", path});
         const kivtool::rule *rule = kivtool::find_rule(id);
         ASSERT_NE(rule, nullptr);
         EXPECT_EQ(r.rc, rule->level == kivtool::severity::info ? 0 : 1);
         EXPECT_EQ(r.err, "");
-        EXPECT_EQ(r.out.substr(0, r.out.find('\n') + 1), line);
+        // The documentation names the script cfg.lua.
+        EXPECT_EQ(r.out.rfind(path, 0), 0u) << r.out;
+        EXPECT_EQ("cfg.lua" + r.out.substr(path.size(), r.out.find('\n') + 1 - path.size()), line);
         EXPECT_EQ(std::count(r.out.begin(), r.out.end(), '\n'), 2) << r.out; // and the summary
     }
     for (const kivtool::rule &r : kivtool::lint_rules())

@@ -1,31 +1,15 @@
 #include "tool_test.h"
 
-#include <cstdio>
+#include <gtest/gtest.h>
+
 #include <iostream>
-#include <unistd.h>
 
 #include "common.h"
 
 namespace tooltest
 {
 
-namespace
-{
-
-std::string slurp(FILE *f)
-{
-    std::string s;
-    rewind(f);
-    char buf[4096];
-    size_t n;
-    while ((n = fread(buf, 1, sizeof buf, f)) > 0)
-        s.append(buf, n);
-    fclose(f);
-    return s;
-}
-
-} // namespace
-
+// The output streams are captured as the tests capture the library's log.
 run_result kiv(const std::vector<std::string> &args)
 {
     std::vector<std::string> argv_s{"kiv"};
@@ -34,26 +18,13 @@ run_result kiv(const std::vector<std::string> &args)
     for (std::string &a : argv_s)
         argv.push_back(a.data());
     argv.push_back(nullptr);
-
-    FILE *out = tmpfile(), *err = tmpfile();
-    fflush(stdout);
-    fflush(stderr);
-    int saved_out = dup(1), saved_err = dup(2);
-    dup2(fileno(out), 1);
-    dup2(fileno(err), 2);
-    run_result r{};
-    r.rc = kivtool::run(static_cast<int>(argv_s.size()), argv.data());
+    testing::internal::CaptureStdout();
+    testing::internal::CaptureStderr();
+    int rc = kivtool::run(static_cast<int>(argv_s.size()), argv.data());
     std::cout.flush();
     std::cerr.flush();
-    fflush(stdout);
-    fflush(stderr);
-    dup2(saved_out, 1);
-    dup2(saved_err, 2);
-    close(saved_out);
-    close(saved_err);
-    r.out = slurp(out);
-    r.err = slurp(err);
-    return r;
+    std::string err = testing::internal::GetCapturedStderr();
+    return {rc, testing::internal::GetCapturedStdout(), err};
 }
 
 kiv_multi_chan_cfg sample()
