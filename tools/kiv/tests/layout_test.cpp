@@ -1,11 +1,13 @@
 // The picture of a configuration: the flow boxes and arrows, the input of
 // every channel pass and every canvas drawn to one scale, each window where
 // its record says and clipped to its frame, checked in the SVG text and,
-// where libpng is at hand, in the picture a real renderer makes of it.
+// where libpng is at hand, in the picture a real renderer makes of it.  The
+// records are the sample's and variants the loader would refuse.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <fstream>
+#include <functional>
 #include <map>
 #include <regex>
 #include <set>
@@ -58,183 +60,126 @@ std::map<std::string, rect> rects(const std::string &svg, const char *cls, const
     return out;
 }
 
-size_t count(const std::string &s, const std::string &what)
-{
-    size_t n = 0;
-    for (size_t at = s.find(what); at != std::string::npos; at = s.find(what, at + 1))
-        ++n;
-    return n;
-}
+using change = std::function<void(kiv_multi_chan_cfg &)>;
 
-// Where a window must be: the canvas origin plus the output window, scaled.
-void expect_window(const rect &canvas, double scale, const rect &win, double x, double y, double w,
-                   double h)
+// Canvas 1 at 720x480 and chan_1.main_1 bound to it at 3840x2160, far
+// beyond its right and lower edges.
+void window_outside(kiv_multi_chan_cfg &cfg)
 {
-    EXPECT_NEAR(win.x, canvas.x + x * scale, 0.01);
-    EXPECT_NEAR(win.y, canvas.y + y * scale, 0.01);
-    EXPECT_NEAR(win.w, w * scale, 0.01);
-    EXPECT_NEAR(win.h, h * scale, 0.01);
-}
-
-// The sample with canvas 1 at 720x480 and chan_1.main_1 bound to it at
-// 3840x2160, far beyond its right and lower edges.
-kiv_multi_chan_cfg with_window_outside()
-{
-    kiv_multi_chan_cfg cfg = tooltest::sample();
     cfg.canvas[1].width = 720;
     cfg.canvas[1].height = 480;
     cfg.channels[1].src_buf[1][0].output[2] = 3840;
     cfg.channels[1].src_buf[1][0].output[3] = 2160;
-    return cfg;
 }
+
+change source(int32_t mode, uint32_t hdr)
+{
+    return [=](kiv_multi_chan_cfg &cfg) {
+        cfg.chan_num = 1;
+        kiv_vsrc_cfg &v = cfg.channels[0].vsrc;
+        v.mode = mode;
+        v.hdr_mode = v.virt_mode_cfg.hdr_mode = hdr;
+        v.virt_mode_cfg.width = 640;
+        v.virt_mode_cfg.height = 480;
+    };
+}
+
+// Each variant of the sample and the text its picture holds: "N*TEXT" N
+// times exactly, plain TEXT at least once; and how many colours its
+// windows have, where that is the point.
+const struct {
+    const char *what;
+    change apply;
+    std::vector<std::string> holds;
+    size_t colours = 0;
+} VARIANTS[] = {
+    {"the sample: chan_1.main is bound to no canvas",
+     [](kiv_multi_chan_cfg &) {},
+     {"2*<rect class=\"canvas\"", "3*<rect class=\"window\"", "4*<rect class=\"input\" ",
+      "3*<rect class=\"input-frame\"", "11*<line class=\"flow\"", "0*data-outside"}},
+    {"a mode by its name", source(65, 0), {">mode 3840x2160, linear<"}},
+    {"a mode no row has", source(0x7777, 15), {">mode 0x7777, wdr<"}},
+    {"an HDR mode without a name", source(40, 9), {">mode 1080p, hdr 9<"}},
+    {"a virtual source", source(VIN_MODE_VIRTUAL, 1), {">virtual 640x480, 2x<"}},
+    {"a window beyond its canvas", window_outside, {"1*data-outside=\"1\""}},
+    {"a canvas of no size, a type without a name, counts beyond the arrays",
+     [](kiv_multi_chan_cfg &cfg) {
+         cfg.canvas[0].width = 0;
+         cfg.canvas[1].type = 7;
+         cfg.chan_num = 9;
+         cfg.canvas_num = 200;
+         cfg.stream_num = 200;
+         cfg.streams[0].possible_enc_src_map = 0xffff;
+     },
+     {">canvas 1 (type 7)<", "12*<rect class=\"canvas\"",
+      "1*<rect class=\"canvas\" data-canvas=\"0\" data-scale=\"0\""}},
+    {"a fresh record",
+     [](kiv_multi_chan_cfg &cfg) { kiv_init(&cfg); },
+     {"0*<rect class=\"box\"", "0*<line"}},
+    {"42 buffers bound to one canvas, each its own colour",
+     [](kiv_multi_chan_cfg &cfg) {
+         cfg.chan_num = 3;
+         for (kiv_channel_cfg &ch : cfg.channels) {
+             ch.pass_num = 2;
+             for (auto &pass : ch.src_buf)
+                 for (kiv_src_buf_cfg &sb : pass)
+                     sb.canvas_id = 0, sb.output[2] = 64, sb.output[3] = 36;
+         }
+     },
+     {"42*<rect class=\"window\""},
+     42},
+};
 
 } // namespace
 
-TEST(Layout, CanvasesWindowsAndFlow)
+// The picture of the sample with a window beyond its canvas, as
+// tests/cases/tool_layout.svg holds it: one scale for all canvases (the
+// 1920x1080 one fills 640x360), the window clipped to its canvas and
+// outlined red, every label.  KIV_REGENERATE=1 rewrites the file.
+TEST(Layout, AsTheSvgFileSays)
 {
     kiv_multi_chan_cfg cfg = tooltest::sample();
-    std::string svg = kivtool::layout_svg(cfg);
-    ASSERT_EQ(svg.rfind("<?xml", 0), 0u);
-    EXPECT_EQ(svg.substr(svg.size() - 7), "</svg>\n");
-
-    auto canvases = rects(svg, "canvas", "data-canvas");
-    auto windows = rects(svg, "window", "data-source");
-    auto inputs = rects(svg, "input", "data-source");
-    ASSERT_EQ(canvases.size(), 2u);
-    ASSERT_EQ(windows.size(), 3u); // chan_1.main is bound to no canvas
-    ASSERT_EQ(inputs.size(), 4u);
-    EXPECT_EQ(count(svg, "<rect class=\"input-frame\""), 3u); // chan_1 has two passes
-    // One scale for all canvases: the 1920x1080 one fills 640 x 360, the
-    // 1280x720 one two thirds of it.
-    const double scale = 640.0 / 1920;
-    EXPECT_NEAR(canvases["0"].w, 640, 0.01);
-    EXPECT_NEAR(canvases["0"].h, 360, 0.01);
-    EXPECT_NEAR(canvases["1"].w, 1280 * scale, 0.01);
-    EXPECT_NEAR(canvases["1"].h, 720 * scale, 0.01);
-    expect_window(canvases["0"], scale, windows["chan_0.main"], 0, 0, 1920, 1080);
-    expect_window(canvases["0"], scale, windows["chan_0.second"], 1280, 720, 640, 360);
-    expect_window(canvases["1"], scale, windows["chan_1.main_1"], 0, 0, 1280, 720);
-    EXPECT_GT(canvases["1"].y, canvases["0"].y + canvases["0"].h);
-    EXPECT_NEAR(inputs["chan_1.main_1"].w, 640, 0.01);
-    EXPECT_EQ(inputs["chan_0.second"].fill, windows["chan_0.second"].fill);
-    EXPECT_EQ(count(svg, "data-outside"), 0u);
-
-    for (const char *label :
-         {">vsrc 0, 30 fps<", ">mode 1080p, linear<", ">chan_0<", ">chan_1<",
-          ">2 pass(es), 30 fps<", ">chan_1.main<", ">chan_1.main_1<", ">canvas 0 (encode)<",
-          ">canvas 1 (prev)<", ">1280x720, vout 1<", ">stream 1<",
-          ">canvas 0 (encode), 1920x1080, scale 1:3<", ">canvas 1 (prev), 1280x720, scale 1:3<",
-          ">chan_1 pass 1 (chan_1.main) input, 1920x1080, scale 1:3<",
-          ">chan_0.second: at 1280,720 size 640x360<", ">chan_0.second: at 0,0 size 1920x1080<"})
-        EXPECT_NE(svg.find(label), std::string::npos) << label;
-    // vsrc -> 2 channels, channels -> 4 buffers, 3 bound buffers -> canvases,
-    // canvas 0 -> 2 streams.
-    EXPECT_EQ(count(svg, "<line class=\"flow\""), 11u);
+    window_outside(cfg);
+    std::string svg = kivtool::layout_svg(cfg),
+                file = kivtest::example("../tests/cases/tool_layout.svg");
+    if (getenv("KIV_REGENERATE"))
+        std::ofstream(file) << svg;
+    EXPECT_EQ(kivtest::read_file(file), svg) << "KIV_REGENERATE=1 rewrites " << file;
 }
 
-TEST(Layout, SourceShowsItsModeByName)
+// Every picture is a whole SVG with its text dark and on no frame, where
+// a window could cover it, and holds what its variant says.
+TEST(Layout, VariantsOfTheSample)
 {
-    struct {
-        int32_t mode;
-        uint32_t hdr;
-        const char *detail;
-    } cases[] = {
-        {65, 0, ">mode 3840x2160, linear<"},
-        {0x7777, 15, ">mode 0x7777, wdr<"}, // no row has the mode
-        {40, 9, ">mode 1080p, hdr 9<"},
-        {VIN_MODE_VIRTUAL, 1, ">virtual 640x480, 2x<"},
-    };
-    for (const auto &c : cases) {
+    for (const auto &v : VARIANTS) {
+        SCOPED_TRACE(v.what);
         kiv_multi_chan_cfg cfg = tooltest::sample();
-        cfg.chan_num = 1;
-        kiv_vsrc_cfg &v = cfg.channels[0].vsrc;
-        v.mode = c.mode;
-        v.hdr_mode = v.virt_mode_cfg.hdr_mode = c.hdr;
-        v.virt_mode_cfg.width = 640;
-        v.virt_mode_cfg.height = 480;
-        EXPECT_NE(kivtool::layout_svg(cfg).find(c.detail), std::string::npos) << c.detail;
+        v.apply(cfg);
+        std::string svg = kivtool::layout_svg(cfg);
+        EXPECT_EQ(svg.rfind("<?xml", 0), 0u);
+        EXPECT_EQ(svg.substr(svg.size() - 7), "</svg>\n");
+        for (const std::string &h : v.holds) {
+            size_t star = h.find('*');
+            if (star != std::string::npos && star < 3)
+                EXPECT_EQ(tags(svg, h.substr(star + 1)).size(), std::stoul(h.substr(0, star))) << h;
+            else
+                EXPECT_NE(svg.find(h), std::string::npos) << h;
+        }
+        std::vector<rect> frames;
+        for (const char *cls : {"canvas", "input-frame"})
+            for (const std::string &t : tags(svg, std::string("<rect class=\"") + cls + "\""))
+                frames.push_back(rect_of(t));
+        std::set<std::string> fills;
+        for (const auto &w : rects(svg, "window", "data-source"))
+            fills.insert(w.second.fill);
+        EXPECT_EQ(v.colours ? fills.size() : 0, v.colours);
+        for (const std::string &t : tags(svg, "<text")) {
+            EXPECT_TRUE(attr(t, "fill").empty() || attr(t, "fill") == "#222") << t;
+            double x = std::stod(attr(t, "x")), y = std::stod(attr(t, "y"));
+            for (const rect &f : frames)
+                EXPECT_FALSE(x >= f.x && x <= f.x + f.w && y >= f.y && y - 14 <= f.y + f.h) << t;
+        }
     }
-}
-
-// A window beyond its canvas is clipped to it and outlined red; no text lies
-// on a frame, where a window could cover it.
-TEST(Layout, WindowOutsideItsCanvasIsClippedAndOutlined)
-{
-    std::string svg = kivtool::layout_svg(with_window_outside());
-    auto canvases = rects(svg, "canvas", "data-canvas");
-    EXPECT_NEAR(canvases["1"].w, 240, 0.01); // 720 at the scale of the 1920 canvas
-    EXPECT_NEAR(canvases["1"].h, 160, 0.01);
-
-    EXPECT_EQ(count(svg, "data-outside=\"1\""), 1u);
-    size_t at = svg.find("<rect class=\"window\" data-source=\"chan_1.main_1\"");
-    ASSERT_NE(at, std::string::npos);
-    std::string tag = svg.substr(at, svg.find('>', at) - at);
-    EXPECT_EQ(attr(tag, "data-outside"), "1");
-    EXPECT_EQ(attr(tag, "stroke"), "#d00000");
-    // The group around the window clips to the canvas.
-    size_t group = svg.rfind("<g clip-path=\"url(#", at);
-    ASSERT_NE(group, std::string::npos);
-    EXPECT_EQ(svg.find("</g>", group), svg.find("</g>", at));
-    std::string id = svg.substr(group + 19, svg.find(')', group) - group - 19);
-    size_t clip = svg.find("<clipPath id=\"" + id + "\"><rect ");
-    ASSERT_NE(clip, std::string::npos) << id;
-    size_t r = svg.find("<rect ", clip);
-    rect area = rect_of(svg.substr(r, svg.find('>', r) - r));
-    expect_window(canvases["1"], 1, area, 0, 0, canvases["1"].w, canvases["1"].h);
-
-    std::vector<rect> frames;
-    for (const char *cls : {"canvas", "input-frame"})
-        for (const std::string &t : tags(svg, std::string("<rect class=\"") + cls + "\""))
-            frames.push_back(rect_of(t));
-    for (const std::string &t : tags(svg, "<text")) {
-        double x = std::stod(attr(t, "x")), y = std::stod(attr(t, "y"));
-        for (const rect &f : frames)
-            EXPECT_FALSE(x >= f.x && x <= f.x + f.w && y >= f.y && y - 14 <= f.y + f.h) << t;
-    }
-}
-
-TEST(Layout, EveryBufferHasItsOwnColour)
-{
-    kiv_multi_chan_cfg cfg = tooltest::sample();
-    cfg.chan_num = 3;
-    for (kiv_channel_cfg &ch : cfg.channels) {
-        ch.pass_num = 2;
-        for (auto &pass : ch.src_buf)
-            for (kiv_src_buf_cfg &sb : pass) {
-                sb.canvas_id = 0;
-                sb.output[2] = 64;
-                sb.output[3] = 36;
-            }
-    }
-    std::string svg = kivtool::layout_svg(cfg);
-    std::set<std::string> fills;
-    for (const auto &w : rects(svg, "window", "data-source"))
-        fills.insert(w.second.fill);
-    EXPECT_EQ(fills.size(), 42u);
-    // Text is dark whatever the colour of its buffer.
-    for (const std::string &t : tags(svg, "<text"))
-        EXPECT_TRUE(attr(t, "fill").empty() || attr(t, "fill") == "#222") << t;
-}
-
-TEST(Layout, OddRecordsStillDraw)
-{
-    kiv_multi_chan_cfg cfg = tooltest::sample();
-    cfg.canvas[0].width = 0; // nothing to scale: a placeholder frame
-    cfg.canvas[1].type = 7;  // no name in the type table
-    cfg.chan_num = 9;        // clipped to the 3 channel records
-    cfg.canvas_num = 200;
-    cfg.stream_num = 200;
-    cfg.streams[0].possible_enc_src_map = 0xffff;
-    std::string svg = kivtool::layout_svg(cfg);
-    EXPECT_NE(svg.find(">canvas 1 (type 7)<"), std::string::npos);
-    EXPECT_EQ(rects(svg, "canvas", "data-canvas").size(), 12u);
-    EXPECT_EQ(attr(svg.substr(svg.find("<rect class=\"canvas\"")), "data-scale"), "0");
-
-    kiv_multi_chan_cfg empty;
-    kiv_init(&empty);
-    svg = kivtool::layout_svg(empty);
-    EXPECT_EQ(count(svg, "<rect class=\"box\""), 0u);
-    EXPECT_EQ(count(svg, "<line"), 0u);
 }
 
 #ifdef KIV_HAVE_PNG
@@ -242,7 +187,9 @@ TEST(Layout, OddRecordsStillDraw)
 // beyond its canvas stops at the canvas's edge.
 TEST(Layout, RendersWithEachWindowInPlace)
 {
-    std::string svg = kivtool::layout_svg(with_window_outside());
+    kiv_multi_chan_cfg cfg = tooltest::sample();
+    window_outside(cfg);
+    std::string svg = kivtool::layout_svg(cfg);
     std::string in = kivtest::script(""), out = in + ".png";
     std::ofstream(in) << svg;
     std::string cmd = "rsvg-convert -f png -o '" + out + "' '" + in + "' 2>&1";

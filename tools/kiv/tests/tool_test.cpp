@@ -1,34 +1,15 @@
 #include "tool_test.h"
 
-#include <cstdio>
+#include <gtest/gtest.h>
+
 #include <iostream>
-#include <unistd.h>
 
 #include "common.h"
-#include "core/sections.h"
-#include "kiv_test.h"
-#include "vsrc/vsrc.h"
 
 namespace tooltest
 {
 
-namespace
-{
-
-std::string slurp(FILE *f)
-{
-    std::string s;
-    rewind(f);
-    char buf[4096];
-    size_t n;
-    while ((n = fread(buf, 1, sizeof buf, f)) > 0)
-        s.append(buf, n);
-    fclose(f);
-    return s;
-}
-
-} // namespace
-
+// The output streams are captured as the tests capture the library's log.
 run_result kiv(const std::vector<std::string> &args)
 {
     std::vector<std::string> argv_s{"kiv"};
@@ -37,26 +18,13 @@ run_result kiv(const std::vector<std::string> &args)
     for (std::string &a : argv_s)
         argv.push_back(a.data());
     argv.push_back(nullptr);
-
-    FILE *out = tmpfile(), *err = tmpfile();
-    fflush(stdout);
-    fflush(stderr);
-    int saved_out = dup(1), saved_err = dup(2);
-    dup2(fileno(out), 1);
-    dup2(fileno(err), 2);
-    run_result r{};
-    r.rc = kivtool::run(static_cast<int>(argv_s.size()), argv.data());
+    testing::internal::CaptureStdout();
+    testing::internal::CaptureStderr();
+    int rc = kivtool::run(static_cast<int>(argv_s.size()), argv.data());
     std::cout.flush();
     std::cerr.flush();
-    fflush(stdout);
-    fflush(stderr);
-    dup2(saved_out, 1);
-    dup2(saved_err, 2);
-    close(saved_out);
-    close(saved_err);
-    r.out = slurp(out);
-    r.err = slurp(err);
-    return r;
+    std::string err = testing::internal::GetCapturedStderr();
+    return {rc, testing::internal::GetCapturedStdout(), err};
 }
 
 kiv_multi_chan_cfg sample()
@@ -116,52 +84,6 @@ kiv_multi_chan_cfg sample()
         cfg.streams[s].possible_enc_src_map = 1;
     }
     return cfg;
-}
-
-bool parsers_ready()
-{
-    // The placeholders accept anything silently; the real parsers complain
-    // about a table without channels, streams or video source.
-    kivtest::lua_script s("_resource_config_ = {}");
-    kiv_multi_chan_cfg cfg;
-    kiv_init(&cfg);
-    int32_t chan = 0, stream = 0, vsrc = 0;
-    std::string log = kivtest::capture([&] {
-        chan = kiv_get_channel_cfg(s.L(), &cfg);
-        stream = kiv_get_stream_cfg(s.L(), &cfg);
-        vsrc = kiv_get_vsrc_cfg(s.L(), &cfg.channels[0].vsrc);
-    });
-    return chan != 0 && stream != 0 && vsrc != 0;
-}
-
-std::string minimal_script(const std::string &extra)
-{
-    return R"(_resource_config_ = {
-	version = 1,
-	log_level = 1,
-	enable_hp_fps = 0,
-	vin_short_line_detect = 0,
-	channels = {
-		{
-			id = 0,
-			sensor_ctrl = 1,
-			max_padding_width = 256,
-			idsp_fps = 30,
-			vsrc = { vsrc_id = 0, mode = "1080p", fps = 30, hdr_mode = "linear" },
-			main = { max_output = {1920, 1080}, input = {0, 0, 1920, 1080}, output = {0, 0, 1920, 1080} },
-			second = { max_output = {640, 360}, input = {0, 0, 1920, 1080}, output = {1280, 720, 640, 360} },
-)" + extra +
-           R"(
-		},
-	},
-	canvas = {
-		{ type = "encode", size = {1920, 1080}, frame_rate = 30, source = {"chan_0.main", "chan_0.second"} },
-	},
-	streams = {
-		{ id = 0, max_size = {1920, 1080}, possible_enc_src_map = 1 },
-	},
-}
-)";
 }
 
 } // namespace tooltest

@@ -1,6 +1,5 @@
 // Helpers of the tool's tests: running the tool in-process with its output
-// captured, a record filled by hand, and whether the loader's parsers are
-// complete in this build.
+// captured, and a record filled by hand.
 #ifndef KIV_TOOL_TESTS_TOOL_TEST_H
 #define KIV_TOOL_TESTS_TOOL_TEST_H
 
@@ -26,15 +25,6 @@ run_result kiv(const std::vector<std::string> &args);
 // at 1280,720 640x360), channel 1 with two passes whose main_1 is bound to
 // canvas 1 (prev, vout 1) at 0,0 1280x720; streams 0 and 1 fed by canvas 0.
 kiv_multi_chan_cfg sample();
-
-// Whether the channel, video source and stream parsers of this build are
-// the real ones; the end-to-end loads of multi-channel scripts need them.
-bool parsers_ready();
-
-// A complete multi-channel script: one 1080p channel with main and second,
-// one encode canvas fed by both, one stream.  `extra` is added to the
-// channel table.
-std::string minimal_script(const std::string &extra = "");
 
 } // namespace tooltest
 

@@ -1,0 +1,60 @@
+-- kiv lint: findings of keys the loader reads or skips, the text, JSON and
+-- SARIF outputs, what changes the exit code, and the log on standard error.
+-- The prelude is a complete one-channel script.  (Each rule's own script
+-- is in docs/lint.md, run by the tool's tests.)
+_resource_config_ = {
+  version = 1,
+  log_level = 1,
+  enable_hp_fps = 0,
+  vin_short_line_detect = 0,
+  channels = {
+    {
+      id = 0,
+      sensor_ctrl = 1,
+      max_padding_width = 256,
+      idsp_fps = 30,
+      vsrc = { vsrc_id = 0, mode = "1080p", fps = 30, hdr_mode = "linear" },
+      main = { max_output = {1920, 1080}, input = {0, 0, 1920, 1080}, output = {0, 0, 1920, 1080} },
+      second = { max_output = {640, 360}, input = {0, 0, 1920, 1080}, output = {1280, 720, 640, 360} },
+    },
+  },
+  canvas = {
+    { type = "encode", size = {1920, 1080}, frame_rate = 30, source = {"chan_0.main", "chan_0.second"} },
+  },
+  streams = {
+    { id = 0, max_size = {1920, 1080}, possible_enc_src_map = 1 },
+  },
+}
+local ch = _resource_config_.channels[1]
+--- a switch that is off: the keys it gates are known | kiv lint -q --disable overlapping-windows {}
+ch.enable_group = 0
+ch.group_idx = 1
+ch.zzz = {}
+--- an unknown key, a value that loses its sign, a table for a number | kiv lint -q --disable overlapping-windows {}
+ch.vsrc.mode_x = 1
+ch.vsrc.bits = -1
+ch.vsrc.dg_mode = {}
+--- strings where numbers go | kiv lint -q --disable overlapping-windows {}
+ch.pyramid = 'none'
+ch.mctf_cmpr = '1x'
+--- a script that does not load | kiv lint -q --disable overlapping-windows {}
+_resource_config_.channels_x = 1
+x
+--- a misspelt key: a warning fails, an info does not | kiv lint -q {}
+ch.hflp = 1
+--- the warning's rule disabled | kiv lint -q --disable unknown-key {}
+ch.hflp = 1
+--- only errors fail | kiv lint -q --error-on error {}
+ch.hflp = 1
+--- the library's log on standard error | kiv lint {}
+ch.hflp = 1
+--- the log bounded by --log-level | kiv lint --log-level 0 {}
+ch.hflp = 1
+--- JSON, in the order the keys are read | kiv lint -q --format json {}
+ch.hflp = 1
+--- SARIF | json=/runs/0/tool/driver/name,/runs/0/tool/driver/rules/9/id,/runs/0/tool/driver/rules/10,/runs/0/results/0/level,/runs/0/results/0/ruleId,/runs/0/results/0/locations/0/physicalLocation/artifactLocation/uri,/runs/0/results/1/level kiv lint -q --format sarif {}
+ch.hflp = 1
+--- an unknown format | kiv lint --format yaml {}
+--- an unknown rule | kiv lint --disable no-such-rule {}
+--- infos cannot fail | kiv lint --error-on info {}
+--- a file that cannot be read | kiv lint -q /nonexistent.lua

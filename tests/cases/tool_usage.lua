@@ -1,0 +1,40 @@
+-- The command line: usage errors and help (exit 2 and 0), and files that
+-- cannot be read or written (exit 2, one line on standard error, nothing on
+-- standard output).  The script itself is a valid one-line table.
+_resource_config_ = { version = 1 }
+--- no subcommand | kiv
+--- unknown subcommand | kiv frobnicate
+--- help | kiv --help
+--- unknown option | kiv show {} --bogus
+--- log level out of range | kiv check --log-level 300 {}
+--- check help | kiv check --help
+--- check without a file | kiv check
+--- dump help | kiv dump --help
+--- dump without a file | kiv dump
+--- show help | kiv show --help
+--- show without a file | kiv show
+--- diff help | kiv diff --help
+--- diff without a file | kiv diff
+--- layout help | kiv layout --help
+--- layout without a file | kiv layout
+--- lint help | kiv lint --help
+--- lint without a file | kiv lint
+--- calib help | kiv calib --help
+--- calib without a file | kiv calib
+--- hevc help | kiv hevc --help
+--- hevc without a file | kiv hevc
+--- aisp help | kiv aisp --help
+--- aisp without a file | kiv aisp
+--- layout needs an output | kiv layout {}
+--- show of a missing file | kiv show /nonexistent/dir/x.lua
+--- dump of a missing file | kiv dump /nonexistent/dir/x.lua
+--- calib of a missing file | kiv calib /nonexistent/dir/x.lua
+--- hevc of a missing file | kiv hevc /nonexistent/dir/x.lua
+--- aisp of a missing file | kiv aisp /nonexistent/dir/x.lua
+--- check of a missing file | kiv check /nonexistent/dir/x.lua
+--- lint of a missing file | kiv lint /nonexistent/dir/x.lua
+--- diff with a missing file | kiv diff {} /nonexistent/dir/x.lua
+--- a directory to read | kiv show /tmp
+--- dump to a missing directory | kiv dump {} -o /nonexistent/dir/out.lua
+--- layout to a directory | kiv layout {} -o /tmp
+--- dump to a full device | kiv dump -q {src}/examples/single_1080p.lua -o /dev/full
