@@ -8,12 +8,13 @@
 // Options (separated by blanks):
 //   level=N      the log level set before the load (default 1)
 //   hp           the high-precision rate flag set before the load
+//   settings     the process's log level and rate flag after the load
 //   dump         the dump of a record that loaded, and its reload
 //   dump=NAME    the same, of the dump showing only the table NAME = { ... }
 //   only=A,B     record lines only for paths that start with A or B
 //   grep=A,B     log lines only where they contain A or B
-//   mem=BYTES instructions=N time=MS   the run's bounds (default: the
-//                library's, and no time limit to speak of)
+//   mem=BYTES instructions=N time=MS   the run's bounds (0: the library's;
+//                without them the library's, but no time limit to speak of)
 //   calib | hevc | aisp=TYPE   the standalone loaders instead
 //   kiv ARGS     runs the tool instead: "{}" in ARGS is the script's path,
 //                "{prelude}" a file holding the prelude alone, "{out}" a file
@@ -87,7 +88,7 @@ std::string grepped(const std::string &log, const std::vector<std::string> &word
 
 struct options {
     int level = 1;
-    bool hp = false, dump = false;
+    bool hp = false, dump = false, settings = false;
     std::vector<std::string> only, grep;
     std::string kind = "multi", aisp_type, command, dump_part;
     kiv_run_limits limits{.time_ms = 600000};
@@ -121,8 +122,8 @@ options parse_options(const std::string &text)
             o.limits.instructions = std::stoull(w.substr(13));
         } else if (w.rfind("time=", 0) == 0) {
             o.limits.time_ms = static_cast<uint32_t>(std::stoul(w.substr(5)));
-        } else if (w == "hp" || w == "dump") {
-            (w == "hp" ? o.hp : o.dump) = true;
+        } else if (w == "hp" || w == "dump" || w == "settings") {
+            (w == "hp" ? o.hp : w == "dump" ? o.dump : o.settings) = true;
         } else if (w == "calib" || w == "hevc") {
             o.kind = w;
         } else {
@@ -187,6 +188,9 @@ std::string run_multi(const std::string &path, const options &o)
     std::string out =
         "result: " + std::to_string(ret) + "\n" + section("log", log) +
         section("record", changed(kivtool::multi_chan_desc(), base.get(), cfg.get(), o));
+    if (o.settings)
+        out += "settings: log level " + std::to_string(kiv_get_log_level()) + ", hp " +
+               std::to_string(kiv_get_hp_fps()) + "\n";
     if (!o.dump || ret != 0)
         return out;
     std::string dumped = path + ".dump.lua";
