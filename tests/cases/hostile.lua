@@ -1,8 +1,8 @@
 -- Scripts made to keep the library busy as long as they can, each stopped
 -- by the bound made for it (the instructions, the memory, the stack, the
 -- reading of tables, the time), with the library's bounds unless the case
--- says otherwise.  Those that need the library's own time limit, or are
--- made by a program, are in tests/frame_test.cpp.
+-- says otherwise (time=0: the library's time limit; by default there is
+-- none to speak of).  Those made by a program are in tests/frame_test.cpp.
 --- endless loop | level=0
 while true do end
 --- endless loop in a table constructor | level=0
@@ -26,6 +26,11 @@ local ch = { id = 0, sensor_ctrl = 1, max_padding_width = 64,
   vsrc = { vsrc_id = 0, mode = "1080p", fps = 30, hdr_mode = "linear" } }
 local chans = {} for i = 1, 200000 do chans[i] = ch end
 _resource_config_ = { version = 1, channels = chans }
+--- colliding long keys: keys of 256 characters whose hashes are all alike (the interpreter hashes a long string from every ninth character counted from its end, indices 255, 246, 237, ..., and the 8 digits that differ sit at indices 247 to 254, between two of those) | level=0 time=0
+local p = "aaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaa"
+local t = {} for i = 10000000, 10100000 do t[p .. i .. "b"] = true end
+--- copies of a 16 MB string | level=0 time=0
+local s = "x" for i = 1, 24 do s = s .. s end while true do local t = s .. "y" end
 --- the time limit holds while the script runs | level=0 time=20 instructions=1000000000000
 while true do end
 --- and while a script living at the memory cap makes the collector run again and again | level=0 mem=2097152 time=20 instructions=1000000000000

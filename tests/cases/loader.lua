@@ -29,19 +29,21 @@ x = nil + 1
 other = {}
 --- _resource_config_ no table
 _resource_config_ = 5
---- no version
+--- no version; log_level is read after it | hp settings
 _resource_config_ = { log_level = 3 }
 --- a later version
 _resource_config_ = { version = 2 }
---- the current version; log_level 3 shows the reading from then on
+--- the current version; log_level 3 shows the reading from then on and stays in force | settings
 _resource_config_ = { version = 1, log_level = 3 }
---- a log_level above 3 keeps the level in force
+--- a log_level above 3 keeps the level in force; a load without enable_hp_fps clears the process's flag | hp settings
 _resource_config_ = { version = 1, log_level = 4 }
---- log_level 0 hides the warnings that follow
+--- log_level 0 hides the warnings that follow | settings
 _resource_config_ = { version = 1, log_level = 0 }
---- only bit 0 of the switches counts; the version is a byte | level=0 only=version,enable_hp_fps,vin_short
-config { version = 257, enable_hp_fps = 1, vin_short_line_detect = 2 }
---- the other bit | level=0 only=version,enable_hp_fps,vin_short
+--- log_level -1 is taken as a byte | settings level=0
+_resource_config_ = { version = 1, log_level = -1, enable_hp_fps = 0, vin_short_line_detect = 0 }
+--- only bit 0 of the switches counts, for the process's flag too; the version is a byte | level=0 only=version,enable_hp_fps,vin_short settings
+config { version = 257, enable_hp_fps = 3, vin_short_line_detect = 2 }
+--- the other bit | level=0 only=version,enable_hp_fps,vin_short hp settings
 config { enable_hp_fps = 2, vin_short_line_detect = 1 }
 --- each section's failure ends the load: channels | level=0
 config { channels = {} }
