@@ -8,8 +8,13 @@
 // Options (separated by blanks):
 //   level=N      the log level set before the load (default 1)
 //   hp           the high-precision rate flag set before the load
+//   settings     the process's log level and rate flag after the load
 //   dump         the dump of a record that loaded, its reload and second dump
+//   dump=NAME    the same, of the dump showing only the table NAME = { ... }
 //   only=A,B     record lines only for paths that start with A or B
+//   grep=A,B     log lines only where they contain A or B
+//   mem=BYTES instructions=N time=MS   the run's bounds (0: the library's;
+//                without them the library's, but no time limit to speak of)
 //   calib | hevc | aisp=TYPE   the standalone loaders instead; their records
 //                start as 0xA5 bytes, so that what a load leaves alone shows
 //                (a calibration or network record: the lines are what it
@@ -70,11 +75,28 @@ std::string captured(F &&fn)
     return testing::internal::GetCapturedStdout();
 }
 
+// The lines of `log` that contain one of `words` (all of them for none).
+std::string grepped(const std::string &log, const std::vector<std::string> &words)
+{
+    if (words.empty())
+        return log;
+    std::istringstream in(log);
+    std::string out;
+    for (std::string line; std::getline(in, line);)
+        for (const auto &w : words)
+            if (line.find(w) != std::string::npos) {
+                out += line + "\n";
+                break;
+            }
+    return out;
+}
+
 struct options {
     int level = 1;
-    bool hp = false, dump = false;
-    std::vector<std::string> only;
-    std::string kind = "multi", aisp_type, command;
+    bool hp = false, dump = false, settings = false;
+    std::vector<std::string> only, grep;
+    std::string kind = "multi", aisp_type, command, dump_part;
+    kiv_run_limits limits{.time_ms = 600000};
     int calib_items = -1;
     std::vector<std::string> json;
 };
@@ -89,15 +111,25 @@ options parse_options(const std::string &text)
             o.kind = "kiv";
         } else if (w.rfind("level=", 0) == 0) {
             o.level = std::stoi(w.substr(6));
-        } else if (w.rfind("only=", 0) == 0 || w.rfind("json=", 0) == 0) {
+        } else if (w.rfind("only=", 0) == 0 || w.rfind("json=", 0) == 0 ||
+                   w.rfind("grep=", 0) == 0) {
             std::istringstream paths(w.substr(5));
             for (std::string p; std::getline(paths, p, ',');)
-                (w[0] == 'o' ? o.only : o.json).push_back(p);
+                (w[0] == 'o' ? o.only : w[0] == 'j' ? o.json : o.grep).push_back(p);
         } else if (w.rfind("aisp=", 0) == 0) {
             o.kind = "aisp";
             o.aisp_type = w.substr(5);
-        } else if (w == "hp" || w == "dump") {
-            (w == "hp" ? o.hp : o.dump) = true;
+        } else if (w.rfind("dump=", 0) == 0) {
+            o.dump = true;
+            o.dump_part = w.substr(5);
+        } else if (w.rfind("mem=", 0) == 0) {
+            o.limits.mem_bytes = std::stoull(w.substr(4));
+        } else if (w.rfind("instructions=", 0) == 0) {
+            o.limits.instructions = std::stoull(w.substr(13));
+        } else if (w.rfind("time=", 0) == 0) {
+            o.limits.time_ms = static_cast<uint32_t>(std::stoul(w.substr(5)));
+        } else if (w == "hp" || w == "dump" || w == "settings") {
+            (w == "hp" ? o.hp : w == "dump" ? o.dump : o.settings) = true;
         } else if (w == "calib" || w == "hevc") {
             o.kind = w;
         } else if (w.rfind("calib=", 0) == 0) {
@@ -126,6 +158,28 @@ std::string changed(const kivtool::record_desc &d, const void *base, const void 
     return out;
 }
 
+// The lines of a dump from "NAME = {" to the line that closes it, at the
+// same indent (all of it for no name).
+std::string part(const std::string &text, const std::string &name)
+{
+    std::istringstream in(text);
+    std::string out, indent;
+    bool in_part = name.empty();
+    for (std::string line; std::getline(in, line);) {
+        size_t at = line.find_first_not_of('\t');
+        if (!in_part && at != std::string::npos &&
+            line.compare(at, std::string::npos, name + " = {") == 0) {
+            in_part = true;
+            indent = line.substr(0, at);
+        } else if (in_part && !name.empty() && (line == indent + "}," || line == indent + "}")) {
+            return out + line + "\n";
+        }
+        if (in_part)
+            out += line + "\n";
+    }
+    return out;
+}
+
 std::string section(const char *name, const std::string &text)
 {
     return text.empty() ? "" : std::string(name) + ":\n" + text;
@@ -138,17 +192,21 @@ std::string run_multi(const std::string &path, const options &o)
     kiv_init(base.get());
     *cfg = *base;
     int32_t ret = 0;
-    std::string log = captured([&] { ret = kiv_get_multi_chan_cfg(path.c_str(), cfg.get()); });
+    std::string log =
+        grepped(captured([&] { ret = kiv_get_multi_chan_cfg(path.c_str(), cfg.get()); }), o.grep);
     std::string out =
         "result: " + std::to_string(ret) + "\n" + section("log", log) +
         section("record", changed(kivtool::multi_chan_desc(), base.get(), cfg.get(), o));
+    if (o.settings)
+        out += "settings: log level " + std::to_string(kiv_get_log_level()) + ", hp " +
+               std::to_string(kiv_get_hp_fps()) + "\n";
     if (!o.dump || ret != 0)
         return out;
     std::string dumped = path + ".dump.lua";
     out += section("dump log",
                    captured([&] { ret = kiv_dump_multi_chan_cfg(cfg.get(), dumped.c_str()); }));
     std::string text = read(dumped);
-    out += "dump: " + std::to_string(ret) + "\n" + text;
+    out += "dump: " + std::to_string(ret) + "\n" + part(text, o.dump_part);
     // Loaded back and dumped again: the same record, the same text.
     auto again = std::make_unique<kiv_multi_chan_cfg>(*base);
     std::string log2 = captured([&] { ret = kiv_get_multi_chan_cfg(dumped.c_str(), again.get()); });
@@ -250,9 +308,9 @@ std::string run_case(const std::string &prelude, const std::string &body, const 
     write(path.string() + "-prelude", prelude);
     kiv_set_log_level(o.level);
     kiv_set_hp_fps(o.hp ? 1 : 0);
-    // No time limit to speak of: the cases run under sanitizers and
-    // emulators too.
-    kiv_set_run_limits({.time_ms = 600000});
+    // No time limit to speak of unless asked for: the cases run under
+    // sanitizers and emulators too.
+    kiv_set_run_limits(o.limits);
     std::string out = o.kind == "multi" ? run_multi(path, o)
                       : o.kind == "kiv" ? run_tool(path, o)
                                         : run_standalone(path, o);
