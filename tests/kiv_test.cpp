@@ -111,24 +111,8 @@ std::string err(const std::string &fn, const std::string &text)
     return "KIV_ERROR:: " + fn + "(N): " + text;
 }
 
-std::string warn(const std::string &fn, const std::string &text)
-{
-    return "KIV_WARN:: " + fn + "(N): " + text;
-}
 
-std::string absent(const std::string &fn, const std::string &keys)
-{
-    std::istringstream in(keys);
-    std::string out;
-    for (std::string key; in >> key;)
-        out += warn(fn, "item(" + key + ") doesn't exist, set 0 by default.\n");
-    return out;
-}
 
-std::string no_array(const std::string &key)
-{
-    return warn("kiv_get_array_item_num_str", "array item(" + key + ") doesn't exist\n");
-}
 
 std::string only(const std::string &log, const std::string &tag)
 {
@@ -182,12 +166,6 @@ void Settings::SetUp()
     kiv_set_run_limits({.time_ms = 600000});
 }
 
-void cut_bounds_to_margins()
-{
-    kiv_set_run_limits({.mem_bytes = KIV_LUA_MEM_LIMIT / 4,
-                        .instructions = KIV_LUA_INSTRUCTION_LIMIT / 10,
-                        .time_ms = 600000});
-}
 
 void Settings::TearDown()
 {

@@ -10,6 +10,7 @@
 
 #include <lua.h>
 
+#include "core/run.h"
 #include "kiv.h"
 
 namespace kivtest
@@ -84,12 +85,6 @@ std::string example(const char *name);
 
 // Log lines as the library writes them (line numbers masked).
 std::string err(const std::string &fn, const std::string &text);
-std::string warn(const std::string &fn, const std::string &text);
-// The WARN of each optional key in `keys` (separated by spaces) that is
-// absent and set to 0, in that order.
-std::string absent(const std::string &fn, const std::string &keys);
-// The WARN of an array item that does not exist (or is no table).
-std::string no_array(const std::string &key);
 // The lines of `log` that contain `tag`.
 std::string only(const std::string &log, const std::string &tag);
 
@@ -136,15 +131,15 @@ class Settings : public testing::Test
 // Cuts the bounds to a quarter of the memory and a tenth of the instructions
 // the library allows: the largest legitimate scripts (the examples, 100,000
 // calibration pairs) must load within them.
-void cut_bounds_to_margins();
-
 class Margins : public Settings
 {
   protected:
     void SetUp() override
     {
         Settings::SetUp();
-        cut_bounds_to_margins();
+        kiv_set_run_limits({.mem_bytes = KIV_LUA_MEM_LIMIT / 4,
+                            .instructions = KIV_LUA_INSTRUCTION_LIMIT / 10,
+                            .time_ms = 600000});
     }
 };
 

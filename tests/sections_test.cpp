@@ -4,7 +4,6 @@
 // What scripts give is kept in tests/cases (channel, vsrc, streams, mem,
 // groups).
 #include <algorithm>
-#include <functional>
 
 #include "channel/channel.h"
 #include "core/log.h"
@@ -44,10 +43,35 @@ int32_t inner(int32_t (*parser)(lua_State *, R *), const std::string &body)
     return parse(parser, "chan = {" + body + "}", &rec, "chan").ret;
 }
 
+int32_t channels(const std::string &b)
+{
+    return whole(kiv_get_channel_cfg, "channels = {" + b + "}");
+}
+int32_t vsrc(const std::string &b)
+{
+    return inner(kiv_get_vsrc_cfg, "vsrc = " + b);
+}
+int32_t pyramid(const std::string &b)
+{
+    return inner(kiv_get_pyramid_cfg, "pyramid = " + b);
+}
+int32_t streams(const std::string &b)
+{
+    return whole(kiv_get_stream_cfg, "streams = " + b);
+}
+int32_t mem(const std::string &b)
+{
+    return whole(kiv_get_mem_cfg_resource, b.empty() ? "" : "resource_mem_layout = " + b);
+}
+int32_t groups(const std::string &b)
+{
+    return whole(kiv_get_chan_grp_cfg, "chan_groups = " + b);
+}
+
 const std::string CHAN = "sensor_ctrl = 1, max_padding_width = 1, main = { max_output = {1, "
                          "1}, input = {0, 0, 1, 1}, output = {0, 0, 1, 1} }, vsrc = { vsrc_id "
                          "= 0, mode = 'vga', fps = 30, hdr_mode = 'linear' }";
-const std::string PYRAMID = "pyramid = { input_buf_id = 1, layer_map = 1, scale_type = 1, ";
+const std::string PYRAMID = "{ input_buf_id = 1, layer_map = 1, scale_type = 1, ";
 
 } // namespace
 
@@ -55,61 +79,37 @@ const std::string PYRAMID = "pyramid = { input_buf_id = 1, layer_map = 1, scale_
 // type; a parser leaves the Lua stack as it found it either way.
 TEST_F(Sections, ParsersTellRangeFromPresence)
 {
-    const std::pair<std::function<int32_t()>, int32_t> rows[] = {
-        {[] { return whole(kiv_get_channel_cfg, "channels = {{ id = 3, " + CHAN + " }}"); }, -1},
-        {[] { return whole(kiv_get_channel_cfg, "channels = {{ id = 0, sensor_ctrl = 1 }}"); }, -2},
-        {[] {
-             return whole(kiv_get_channel_cfg,
-                          "channels = {{ id = 0, " + CHAN + " }, { id = 0, " + CHAN + " }}");
-         },
-         -1},
-        {[] {
-             return whole(kiv_get_channel_cfg, "channels = {{ id = 0, pass_num = 7, pass_1 = {}, "
-                                               "pass_2 = {}, " +
-                                                   CHAN + " }}");
-         },
-         -1},
-        {[] {
-             return whole(kiv_get_channel_cfg,
-                          "channels = {{ id = 0, pass_num = 2, " + CHAN + " }}");
-         },
-         -2},
-        {[] {
-             return inner(kiv_get_vsrc_cfg, "vsrc = { vsrc_id = 0, mode = 'vga', fps = 1, "
-                                            "hdr_mode = '4x' }");
-         },
-         -1},
-        {[] { return inner(kiv_get_vsrc_cfg, "vsrc = { vsrc_id = 3 }"); }, -2},
-        {[] { return inner(kiv_get_vsrc_cfg, "vsrc = { mode = 'vga' }"); }, -2},
-        {[] { return inner(kiv_get_pyramid_cfg, "pyramid = 1"); }, -1},
-        {[] { return inner(kiv_get_pyramid_cfg, "pyramid = { input_buf_id = 1 }"); }, -2},
-        {[] { return inner(kiv_get_pyramid_cfg, PYRAMID + "rescale_size = {1} }"); }, -1},
-        {[] { return inner(kiv_get_pyramid_cfg, PYRAMID + "layers = {} }"); }, -1},
-        {[] { return whole(kiv_get_stream_cfg, "streams = {{ id = 13 }}"); }, -1},
-        {[] { return whole(kiv_get_stream_cfg, "streams = {{ max_size = {1, 1} }}"); }, -2},
-        {[] { return whole(kiv_get_mem_cfg_resource, ""); }, 0},
-        {[] { return whole(kiv_get_mem_cfg_resource, "resource_mem_layout = {}"); }, -2},
-        {[] {
-             return whole(kiv_get_mem_cfg_resource, "resource_mem_layout = { max_chan_num = 0 }");
-         },
-         -1},
-        {[] {
-             return whole(kiv_get_mem_cfg_resource,
-                          "resource_mem_layout = { max_chan_num = 1, max_stream_num = 14 }");
-         },
-         -1},
-        {[] {
-             return whole(kiv_get_mem_cfg_resource,
-                          "resource_mem_layout = { max_chan_num = 1, max_stream_num = 0 }");
-         },
-         -2},
-        {[] { return whole(kiv_get_chan_grp_cfg, "chan_groups = {{'chan_3'}}"); }, -1},
-        {[] { return whole(kiv_get_chan_grp_cfg, "chan_groups = {{'chan_0'}, {'chan_0'}}"); }, -1},
-        {[] { return whole(kiv_get_chan_grp_cfg, "chan_groups = {{{}}}"); }, -2},
-        {[] { return whole(kiv_get_chan_grp_cfg, "chan_groups = {{}, {}, {}, {}}"); }, -2},
+    const struct {
+        int32_t (*parser)(const std::string &);
+        std::string body;
+        int32_t ret;
+    } rows[] = {
+        {channels, "{ id = 3, " + CHAN + " }", -1},
+        {channels, "{ id = 0, sensor_ctrl = 1 }", -2},
+        {channels, "{ id = 0, " + CHAN + " }, { id = 0, " + CHAN + " }", -1},
+        {channels, "{ id = 0, pass_num = 7, pass_1 = {}, pass_2 = {}, " + CHAN + " }", -1},
+        {channels, "{ id = 0, pass_num = 2, " + CHAN + " }", -2},
+        {vsrc, "{ vsrc_id = 0, mode = 'vga', fps = 1, hdr_mode = '4x' }", -1},
+        {vsrc, "{ vsrc_id = 3 }", -2},
+        {vsrc, "{ mode = 'vga' }", -2},
+        {pyramid, "1", -1},
+        {pyramid, "{ input_buf_id = 1 }", -2},
+        {pyramid, PYRAMID + "rescale_size = {1} }", -1},
+        {pyramid, PYRAMID + "layers = {} }", -1},
+        {streams, "{{ id = 13 }}", -1},
+        {streams, "{{ max_size = {1, 1} }}", -2},
+        {mem, "", 0},
+        {mem, "{}", -2},
+        {mem, "{ max_chan_num = 0 }", -1},
+        {mem, "{ max_chan_num = 1, max_stream_num = 14 }", -1},
+        {mem, "{ max_chan_num = 1, max_stream_num = 0 }", -2},
+        {groups, "{{'chan_3'}}", -1},
+        {groups, "{{'chan_0'}, {'chan_0'}}", -1},
+        {groups, "{{{}}}", -2},
+        {groups, "{{}, {}, {}, {}}", -2},
     };
-    for (size_t i = 0; i < std::size(rows); ++i)
-        EXPECT_EQ(rows[i].first(), rows[i].second) << "row " << i;
+    for (const auto &r : rows)
+        EXPECT_EQ(r.parser(r.body), r.ret) << r.body;
 }
 
 // An absent layout clears both counts (a record may be reused) and says so

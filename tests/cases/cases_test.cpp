@@ -40,6 +40,7 @@
 #include <vector>
 
 #include "core/log.h"
+#include "kiv_test.h"
 #include "core/run.h"
 #include "records.h"
 #include "render.h"
@@ -49,30 +50,15 @@ namespace
 {
 
 namespace fs = std::filesystem;
+using kivtest::capture;
+using kivtest::read_file;
 using kivtool::flatten;
 
 const fs::path CASES = fs::path(KIV_SOURCE_DIR) / "tests" / "cases";
 
-std::string read(const fs::path &p)
-{
-    std::ifstream in(p, std::ios::binary);
-    std::stringstream ss;
-    ss << in.rdbuf();
-    return ss.str();
-}
-
 void write(const fs::path &p, const std::string &text)
 {
     std::ofstream(p, std::ios::binary) << text;
-}
-
-template <class F>
-std::string captured(F &&fn)
-{
-    testing::internal::CaptureStdout();
-    fn();
-    fflush(stdout);
-    return testing::internal::GetCapturedStdout();
 }
 
 // The lines of `log` that contain one of `words` (all of them for none).
@@ -193,7 +179,7 @@ std::string run_multi(const std::string &path, const options &o)
     *cfg = *base;
     int32_t ret = 0;
     std::string log =
-        grepped(captured([&] { ret = kiv_get_multi_chan_cfg(path.c_str(), cfg.get()); }), o.grep);
+        grepped(capture([&] { ret = kiv_get_multi_chan_cfg(path.c_str(), cfg.get()); }), o.grep);
     std::string out =
         "result: " + std::to_string(ret) + "\n" + section("log", log) +
         section("record", changed(kivtool::multi_chan_desc(), base.get(), cfg.get(), o));
@@ -204,14 +190,14 @@ std::string run_multi(const std::string &path, const options &o)
         return out;
     std::string dumped = path + ".dump.lua";
     out += section("dump log",
-                   captured([&] { ret = kiv_dump_multi_chan_cfg(cfg.get(), dumped.c_str()); }));
-    std::string text = read(dumped);
+                   capture([&] { ret = kiv_dump_multi_chan_cfg(cfg.get(), dumped.c_str()); }));
+    std::string text = read_file(dumped);
     out += "dump: " + std::to_string(ret) + "\n" + part(text, o.dump_part);
     // Loaded back and dumped again: the same record, the same text.
     auto again = std::make_unique<kiv_multi_chan_cfg>(*base);
-    std::string log2 = captured([&] { ret = kiv_get_multi_chan_cfg(dumped.c_str(), again.get()); });
-    captured([&] { kiv_dump_multi_chan_cfg(again.get(), dumped.c_str()); });
-    bool same = read(dumped) == text;
+    std::string log2 = capture([&] { ret = kiv_get_multi_chan_cfg(dumped.c_str(), again.get()); });
+    capture([&] { kiv_dump_multi_chan_cfg(again.get(), dumped.c_str()); });
+    bool same = read_file(dumped) == text;
     fs::remove(dumped);
     options all;
     std::string diff = changed(kivtool::multi_chan_desc(), cfg.get(), again.get(), all);
@@ -228,12 +214,12 @@ std::string run_standalone(const std::string &path, const options &o)
     std::string log, rec;
     if (o.kind == "calib") {
         int32_t n = 0;
-        log = captured([&] { n = kiv_get_calib_data_size(path.c_str()); });
+        log = capture([&] { n = kiv_get_calib_data_size(path.c_str()); });
         int32_t want = o.calib_items >= 0 ? o.calib_items : n;
         std::vector<kiv_calib_data_item> items(want > 0 ? want : 1), none(items.size());
         memset(items.data(), 0xA5, items.size() * sizeof items[0]);
         none = items;
-        log += captured([&] {
+        log += capture([&] {
             ret = kiv_load_calib_data(path.c_str(), items.data(), static_cast<uint32_t>(want));
         });
         for (size_t i = 0; i < items.size(); ++i)
@@ -246,13 +232,13 @@ std::string run_standalone(const std::string &path, const options &o)
         auto cfg = std::make_unique<kiv_hevc_scaling_cfg>(),
              none = std::make_unique<kiv_hevc_scaling_cfg>();
         memset(cfg.get(), 0xA5, sizeof *cfg);
-        log = captured([&] { ret = kiv_get_hevc_scaling_cfg(path.c_str(), cfg.get()); });
+        log = capture([&] { ret = kiv_get_hevc_scaling_cfg(path.c_str(), cfg.get()); });
         rec = changed(kivtool::hevc_scaling_desc(), none.get(), cfg.get(), o);
     } else {
         auto cfg = std::make_unique<kiv_aisp_cfg>(), none = std::make_unique<kiv_aisp_cfg>();
         memset(cfg.get(), 0xA5, sizeof *cfg);
         *none = *cfg;
-        log = captured([&] {
+        log = capture([&] {
             ret = kiv_get_aisp_cfg(path.c_str(), cfg.get(),
                                    static_cast<uint8_t>(std::stoi(o.aisp_type)));
         });
@@ -288,7 +274,7 @@ std::string run_tool(const std::string &path, const options &o)
             r.out += p + " = " + (j.contains(at) ? j[at].dump() : "(none)") + "\n";
         }
     }
-    std::string written = fs::exists(path + "-out") ? read(path + "-out") : "";
+    std::string written = fs::exists(path + "-out") ? read_file(path + "-out") : "";
     fs::remove(path + "-out");
     auto mask = [&](std::string s) {
         for (size_t i = std::size(places); i-- > 0;)
@@ -328,7 +314,7 @@ std::string run_case(const std::string &prelude, const std::string &body, const 
 // Runs every case of a file; returns the text of its .out file.
 std::string run_file(const fs::path &file)
 {
-    std::istringstream in(read(file));
+    std::istringstream in(read_file(file));
     std::string prelude, out, title, body;
     bool started = false;
     auto flush = [&] {
@@ -397,7 +383,7 @@ TEST(RecordLayout, AsTheLayoutFileSays)
     fs::path expected = CASES / "record_layout.txt";
     if (getenv("KIV_REGENERATE"))
         return write(expected, got);
-    EXPECT_EQ(read(expected), got) << "KIV_REGENERATE=1 rewrites " << expected;
+    EXPECT_EQ(read_file(expected), got) << "KIV_REGENERATE=1 rewrites " << expected;
 }
 
 class Cases : public testing::TestWithParam<std::string>
@@ -412,7 +398,7 @@ TEST_P(Cases, GiveWhatTheirOutFileSays)
         write(expected, got);
         return;
     }
-    EXPECT_EQ(read(expected), got) << "KIV_REGENERATE=1 rewrites " << expected;
+    EXPECT_EQ(read_file(expected), got) << "KIV_REGENERATE=1 rewrites " << expected;
 }
 
 std::vector<std::string> case_files()
