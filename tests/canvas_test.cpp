@@ -82,9 +82,9 @@ TEST_F(Canvas, DumpOfHandFilledRecord)
     std::string text = dumped(kiv_dump_canvas_cfg, cfg), twelve;
     for (int i = 0; i < 12; ++i)
         twelve += "\"chan_0.main_1\",";
-    const std::string head =
-        "\tcanvas = {\n\t\t{\n" +
-        lines("\t\t\t", "type = \"3\"; size = {0, 0}; source = {" + twelve + "}");
+    const std::string head = "\tcanvas = {\n\t\t{\n\t\t\ttype = \"3\",\n\t\t\tsize = {0, 0},\n"
+                             "\t\t\tsource = {" +
+                             twelve + "},\n";
     EXPECT_EQ(text.substr(0, head.size()), head);
     size_t canvases = 0;
     for (size_t at = 0; (at = text.find("\t\t{\n", at + 1)) != std::string::npos;)

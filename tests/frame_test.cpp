@@ -48,11 +48,10 @@ TEST_F(Loader, CallsWithBadArguments)
     kiv_multi_chan_cfg cfg = dirty_record(), empty = fresh();
     const kiv_multi_chan_cfg before = cfg;
     const std::string null_param = err(LOADER, "the 1st or 2nd param is NULL\n");
-    const std::string text = "_resource_config_ = {\n" +
-                             lines("\t", "version = 1; log_level = 1; enable_hp_fps = 0; "
-                                         "vin_short_line_detect = 0; channels = {\n\t}; "
-                                         "canvas = {\n\t}; streams = {\n\t}") +
-                             "}\n\nreturn _resource_config_\n";
+    const std::string text = "_resource_config_ = {\n\tversion = 1,\n\tlog_level = 1,\n"
+                             "\tenable_hp_fps = 0,\n\tvin_short_line_detect = 0,\n\tchannels = "
+                             "{\n\t},\n\tcanvas = {\n\t},\n\tstreams = {\n\t},\n}\n\nreturn "
+                             "_resource_config_\n";
     EXPECT_EQ(dump(empty), text);
     const struct {
         std::function<int32_t()> call;
@@ -108,7 +107,7 @@ TEST_F(Loader, StateIsClosedOnEveryPath)
         {"_resource_config_ = { log_level = 3 }", &init},
         {"_resource_config_ = { version = 2 }", nullptr},
         {top + "channels = {} }", nullptr},
-        {top + CHANNEL_0 + ", " + CANVAS_0 + ", " + STREAM_0 + ", " + NO_GROUPS + " }", nullptr},
+        {read_file(example("single_1080p.lua")), nullptr},
     };
     for (const auto &c : cases) {
         kiv_multi_chan_cfg cfg = dirty;

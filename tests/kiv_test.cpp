@@ -45,25 +45,6 @@ std::string temp_path(const char *suffix)
 }
 } // namespace
 
-const char *const CHANNEL_0 =
-    "channels = { { id = 0, sensor_ctrl = 1, max_padding_width = 64, main = { max_output = "
-    "{1920, 1080}, input = {0, 0, 1920, 1080}, output = {0, 0, 1920, 1080} }, vsrc = { "
-    "vsrc_id = 0, mode = '1080p', fps = 30, hdr_mode = 'linear' } } }";
-const char *const CANVAS_0 =
-    "canvas = { { type = 'encode', size = {0, 0}, source = {'chan_0.main'}, manual_feed = 0, "
-    "feed_frame_num = 0, extra_dram_buf = 0, min_unlocked_buf_num = 0, "
-    "set_min_unlocked_buf_num = 0, cached_items = 0, enc_dummy_latency = 0, frame_rate = 30, "
-    "zero_fps = 0, fps_locked_enable = 0, clear_background = 0, dsp_priv_dram = 0, "
-    "disable_yuv_dram = 0, disable_me_dram = 0, enable_frame_tag = 0, me_for_mf = 0, "
-    "frame_tag_value = 0, frame_tag_mask = 0 } }";
-const char *const STREAM_0 =
-    "streams = { { id = 0, max_size = {1920, 1080}, max_M = 1, fast_seek_enable = 0, "
-    "possible_enc_src_map = 1, two_ref_enable = 0, max_svct_layers_minus_1 = 0, "
-    "max_num_minus_1_ltrs = 0, codec_enable = 1, stream_mv_statis_enable = 0, "
-    "stream_pic_statis_enable = 0, js_enable = 0, used_for_vout_enable = 0, efm_enable = 0, "
-    "dis_enable = 0 } }";
-const char *const NO_GROUPS = "chan_groups = {}";
-
 std::string script(const std::string &text)
 {
     std::string path = temp_path(".lua");
@@ -111,9 +92,6 @@ std::string err(const std::string &fn, const std::string &text)
     return "KIV_ERROR:: " + fn + "(N): " + text;
 }
 
-
-
-
 std::string only(const std::string &log, const std::string &tag)
 {
     std::istringstream in(log);
@@ -121,17 +99,6 @@ std::string only(const std::string &log, const std::string &tag)
     while (std::getline(in, line))
         if (line.find(tag) != std::string::npos)
             out += line + "\n";
-    return out;
-}
-
-std::string lines(const std::string &indent, const std::string &items)
-{
-    std::string out;
-    for (size_t at = 0, end; at < items.size(); at = end + 2) {
-        end = std::min(items.find("; ", at), items.size());
-        std::string item = items.substr(at, end - at);
-        out += item.rfind("--", 0) == 0 ? item + "\n" : indent + item + ",\n";
-    }
     return out;
 }
 
@@ -165,7 +132,6 @@ void Settings::SetUp()
     // emulators too; those about the time limit set it themselves.
     kiv_set_run_limits({.time_ms = 600000});
 }
-
 
 void Settings::TearDown()
 {

@@ -68,15 +68,6 @@ std::string masked(F &&fn)
     return mask_lines(capture(fn));
 }
 
-// Items that complete a multi-channel script around the part a test is
-// about: one channel with only its required items, one canvas and one
-// stream with every key given (they log nothing at the default log level),
-// and an empty group list.
-extern const char *const CHANNEL_0; // "channels = { ... }"
-extern const char *const CANVAS_0;  // "canvas = { ... }", binds chan_0.main
-extern const char *const STREAM_0;  // "streams = { ... }"
-extern const char *const NO_GROUPS; // "chan_groups = {}"
-
 // Reads a whole file.
 std::string read_file(const std::string &path);
 
@@ -87,11 +78,6 @@ std::string example(const char *name);
 std::string err(const std::string &fn, const std::string &text);
 // The lines of `log` that contain `tag`.
 std::string only(const std::string &log, const std::string &tag);
-
-// Dump lines: each of `items` (separated by "; ") on its own line after
-// `indent` and followed by ","; an item starting with "--" (a section
-// comment) is written as it stands.
-std::string lines(const std::string &indent, const std::string &items);
 
 // Runs one parser on a script text, with the global `table` on top of the
 // stack; checks that the parser leaves the stack as it found it.
