@@ -23,8 +23,10 @@
 
 #include <algorithm>
 #include <chrono>
+#include <fstream>
 #include <fcntl.h>
 #include <map>
+#include <sstream>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string>
@@ -36,7 +38,6 @@
 
 #include "core/log.h"
 #include "core/run.h"
-#include "hostile_scripts.h"
 #include "kiv.h"
 
 namespace
@@ -333,12 +334,58 @@ void BM_aisp_load(benchmark::State &st)
     pair(st, case_aisp_load, base_aisp_load, 1, &AISP);
 }
 
+std::string read_text(const std::string &path)
+{
+    std::ostringstream text;
+    text << std::ifstream(path).rdbuf();
+    return text.str();
+}
+
+struct hostile_script {
+    std::string name, text;
+};
+
+// The hostile scripts: the cases of tests/cases/hostile.lua before the first
+// that sets a bound of its own (those after it are about that bound), each
+// named by its title up to a colon, and two that a program makes or the
+// fuzzer found.
+const std::vector<hostile_script> &hostile_scripts()
+{
+    static const std::vector<hostile_script> scripts = [] {
+        std::vector<hostile_script> out;
+        std::istringstream in(read_text(source("tests/cases/hostile.lua")));
+        bool keep = true;
+        for (std::string line; keep && std::getline(in, line);) {
+            if (line.rfind("--- ", 0) == 0) {
+                std::string options = line.substr(line.find(" | ") + 3);
+                keep = options.find("mem=") == std::string::npos &&
+                       options.find("instructions=") == std::string::npos &&
+                       (options.find("time=") == std::string::npos ||
+                        options.find("time=0") != std::string::npos);
+                std::string name = line.substr(4, line.find_first_of(":|") - 4);
+                out.push_back({name.substr(0, name.find_last_not_of(' ') + 1), ""});
+            } else if (!out.empty()) {
+                out.back().text += line + "\n";
+            }
+        }
+        out.pop_back(); // the first case with a bound of its own
+        // 10 MB of table constructors nested 150 deep.
+        std::string nested = "local t = {\n";
+        while (nested.size() < 10'000'000)
+            nested += std::string(150, '{') + std::string(150, '}') + ",\n";
+        out.push_back({"10 MB of nested constructors", nested + "}\n"});
+        out.push_back({"the collector under deep recursion",
+                       read_text(source("fuzz/regressions/deep-recursion-slow-gc.lua"))});
+        return out;
+    }();
+    return scripts;
+}
+
 // One call on each hostile script under the default bounds: the time it
 // takes to be refused (target: at most 0.5 s).  The result must be negative.
 void BM_hostile(benchmark::State &st)
 {
-    static const std::vector<kivtest::hostile_script> scripts = kivtest::hostile_scripts();
-    const kivtest::hostile_script &h = scripts[static_cast<size_t>(st.range(0))];
+    const hostile_script &h = hostile_scripts()[static_cast<size_t>(st.range(0))];
     char path[] = "/tmp/kiv_bench_hostile_XXXXXX";
     int fd = mkstemp(path);
     if (fd < 0 || write(fd, h.text.data(), h.text.size()) != static_cast<ssize_t>(h.text.size())) {
@@ -427,7 +474,7 @@ BENCHMARK(BM_calib_size_and_load)->UseManualTime()->Unit(benchmark::kMillisecond
 BENCHMARK(BM_hevc_load)->UseManualTime()->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_aisp_load)->UseManualTime()->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_hostile)
-    ->DenseRange(0, static_cast<int>(kivtest::hostile_scripts().size()) - 1)
+    ->DenseRange(0, static_cast<int>(hostile_scripts().size()) - 1)
     ->UseManualTime()
     ->Iterations(1)
     ->Unit(benchmark::kMillisecond);

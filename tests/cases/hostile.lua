@@ -1,8 +1,8 @@
--- Scripts made to keep the library busy as long as they can, each stopped
--- by the bound made for it (the instructions, the memory, the stack, the
--- reading of tables, the time), with the library's bounds unless the case
--- says otherwise (time=0: the library's time limit; by default there is
--- none to speak of).  Those made by a program are in tests/frame_test.cpp.
+-- Scripts made to keep the library busy as long as they can, each stopped by the bound made for it
+-- (instructions, memory, stack, reading of tables, time), under the library's bounds unless the case
+-- says otherwise (time=0: the library's time limit; by default none to speak of).  The benchmark times
+-- the cases before the first that sets a bound of its own.  Those made by a program are in
+-- tests/frame_test.cpp.
 --- endless loop | level=0
 while true do end
 --- endless loop in a table constructor | level=0
