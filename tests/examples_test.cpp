@@ -4,6 +4,8 @@
 // loads and survives its dump is in tests/cases/examples.lua.
 #include "kiv_test.h"
 
+#include "core/log.h"
+
 #include <atomic>
 #include <cstring>
 #include <latch>
@@ -19,7 +21,8 @@ using Threads = Margins;
 TEST_F(Threads, ConcurrentLoadsMatchSequentialOnes)
 {
     // One script gives its rates in thousandths (enable_hp_fps = 1), the
-    // other in whole frames: each load reads them with its own flag.
+    // others in whole frames: each load reads them with its own flag, even
+    // while another thread keeps flipping the process-wide one.
     const std::string multi[] = {example("three_channel_4k.lua"), example("hdr_virtual_mode.lua"),
                                  example("single_1080p.lua"),
                                  example("two_channel_encode_preview.lua")};
@@ -37,7 +40,11 @@ TEST_F(Threads, ConcurrentLoadsMatchSequentialOnes)
             ASSERT_EQ(kiv_get_multi_chan_cfg(multi[i].c_str(), &expected[i]), 0);
         ASSERT_EQ(kiv_get_aisp_cfg(aisp.c_str(), &expected_nn, 1), 0);
         calib_n = kiv_get_calib_data_size(calib.c_str());
-        std::vector<std::jthread> threads; // joined as the capture ends
+        std::jthread flipper([](std::stop_token stop) {
+            for (int32_t v = 0; !stop.stop_requested(); v ^= 1)
+                kiv_set_hp_fps(v);
+        });
+        std::vector<std::jthread> threads; // joined as the capture ends, before the flipper
         std::latch start(4);
         for (int t = 0; t < 4; ++t) {
             threads.emplace_back([&, t] {
