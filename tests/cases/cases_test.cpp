@@ -1,6 +1,8 @@
 // The golden cases.  Each tests/cases/NAME.lua holds scripts separated by
 // "--- TITLE | OPTIONS" lines; the text before the first of them is put in
-// front of every script of the file.  NAME.out holds what each script gives:
+// front of every script of the file; a line "-- include: NAME" there stands
+// for tests/cases/include/NAME.lua, helpers that several files share.
+// NAME.out holds what each script gives:
 // the result, the library's log byte for byte, the fields of the record that
 // differ from a fresh one, and on request the dump and whether the dump
 // loads back into the same record.
@@ -326,7 +328,10 @@ std::string run_file(const fs::path &file)
             title = line;
             body.clear();
         } else {
-            (started ? body : prelude) += line + "\n";
+            (started ? body : prelude) +=
+                line.starts_with("-- include: ")
+                    ? read_file(CASES / "include" / (line.substr(12) + ".lua"))
+                    : line + "\n";
         }
     }
     flush();
