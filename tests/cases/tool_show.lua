@@ -2,29 +2,7 @@
 -- (every field, nested like the record) and as JSON, the dump on standard
 -- output or to a file, the fields two scripts differ in, the SVG picture.
 -- The prelude is a complete one-channel script; {prelude} names it alone.
-_resource_config_ = {
-  version = 1,
-  log_level = 1,
-  enable_hp_fps = 0,
-  vin_short_line_detect = 0,
-  channels = {
-    {
-      id = 0,
-      sensor_ctrl = 1,
-      max_padding_width = 256,
-      idsp_fps = 30,
-      vsrc = { vsrc_id = 0, mode = "1080p", fps = 30, hdr_mode = "linear" },
-      main = { max_output = {1920, 1080}, input = {0, 0, 1920, 1080}, output = {0, 0, 1920, 1080} },
-      second = { max_output = {640, 360}, input = {0, 0, 1920, 1080}, output = {1280, 720, 640, 360} },
-    },
-  },
-  canvas = {
-    { type = "encode", size = {1920, 1080}, frame_rate = 30, source = {"chan_0.main", "chan_0.second"} },
-  },
-  streams = {
-    { id = 0, max_size = {1920, 1080}, possible_enc_src_map = 1 },
-  },
-}
+-- include: one_channel
 --- every field as text; quotes escaped, bad bytes shown as \xNN, a negative address in decimal | kiv show -q {}
 _resource_config_.channels[1].vsrc.calib_data = "cal/\"a\"/\xff\xfe.lua"
 _resource_config_.channels[1].pyramid = { buf_addr = -5, input_buf_id = 0, layer_map = 1, scale_type = 0 }
