@@ -43,9 +43,10 @@ TEST_F(Canvas, SourcesBeyondTheRecordNameNoBuffer)
                            c.source + "'} } } }",
                        &cfg);
         EXPECT_EQ(r.ret, -2);
-        EXPECT_EQ(only(r.log, "ERROR"), err("kiv_set_source_buffer_canvas_id",
-                                            "invalid string(" + c.source + ") in item(source)\n") +
-                                            err("kiv_get_canvas_cfg", "set canvas id(0) error\n"));
+        EXPECT_EQ(only(r.log, {"ERROR"}),
+                  err("kiv_set_source_buffer_canvas_id",
+                      "invalid string(" + c.source + ") in item(source)\n") +
+                      err("kiv_get_canvas_cfg", "set canvas id(0) error\n"));
     }
 }
 

@@ -150,7 +150,7 @@ TEST_F(Bounds, EveryHostileScriptEndsAtItsBound)
         kiv_set_run_limits({.time_ms = c.time_ms});
         auto r = load(c.text, &cfg);
         EXPECT_EQ(r.ret, -2);
-        std::string line = only(r.log, "lua error msg is ");
+        std::string line = only(r.log, {"lua error msg is "});
         EXPECT_NE(line.find(c.message + ".\n"), std::string::npos) << line;
     }
 }

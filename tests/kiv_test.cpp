@@ -92,13 +92,16 @@ std::string err(const std::string &fn, const std::string &text)
     return "KIV_ERROR:: " + fn + "(N): " + text;
 }
 
-std::string only(const std::string &log, const std::string &tag)
+std::string only(const std::string &log, const std::vector<std::string> &tags)
 {
     std::istringstream in(log);
     std::string line, out;
     while (std::getline(in, line))
-        if (line.find(tag) != std::string::npos)
-            out += line + "\n";
+        for (const std::string &tag : tags)
+            if (line.find(tag) != std::string::npos) {
+                out += line + "\n";
+                break;
+            }
     return out;
 }
 

@@ -76,8 +76,8 @@ std::string example(const char *name);
 
 // Log lines as the library writes them (line numbers masked).
 std::string err(const std::string &fn, const std::string &text);
-// The lines of `log` that contain `tag`.
-std::string only(const std::string &log, const std::string &tag);
+// The lines of `log` that contain one of `tags`.
+std::string only(const std::string &log, const std::vector<std::string> &tags);
 
 // Runs one parser on a script text, with the global `table` on top of the
 // stack; checks that the parser leaves the stack as it found it.

@@ -63,22 +63,6 @@ void write(const fs::path &p, const std::string &text)
     std::ofstream(p, std::ios::binary) << text;
 }
 
-// The lines of `log` that contain one of `words` (all of them for none).
-std::string grepped(const std::string &log, const std::vector<std::string> &words)
-{
-    if (words.empty())
-        return log;
-    std::istringstream in(log);
-    std::string out;
-    for (std::string line; std::getline(in, line);)
-        for (const auto &w : words)
-            if (line.find(w) != std::string::npos) {
-                out += line + "\n";
-                break;
-            }
-    return out;
-}
-
 struct options {
     int level = 1;
     bool hp = false, dump = false, settings = false;
@@ -175,8 +159,9 @@ std::string run_multi(const std::string &path, const options &o)
     kiv_init(base.get());
     *cfg = *base;
     int32_t ret = 0;
-    std::string log =
-        grepped(capture([&] { ret = kiv_get_multi_chan_cfg(path.c_str(), cfg.get()); }), o.grep);
+    std::string log = capture([&] { ret = kiv_get_multi_chan_cfg(path.c_str(), cfg.get()); });
+    if (!o.grep.empty())
+        log = kivtest::only(log, o.grep);
     std::string out =
         "result: " + std::to_string(ret) + "\n" + section("log", log) +
         section("record", changed(kivtool::multi_chan_desc(), base.get(), cfg.get(), o));
