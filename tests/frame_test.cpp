@@ -6,6 +6,9 @@
 #include <algorithm>
 #include <cstring>
 #include <functional>
+#include <sys/mman.h>
+#include <ucontext.h>
+#include <unistd.h>
 #include <vector>
 
 #include <lauxlib.h>
@@ -141,9 +144,10 @@ TEST_F(Bounds, EveryHostileScriptEndsAtItsBound)
     } cases[] = {
         {nested + "}\n", "not enough memory", UINT32_MAX},
         // A recursion that builds tables keeps the collector walking a deep
-        // stack until the memory cap, a second at least.
+        // stack until the memory cap, a second at least: the budget counts
+        // what it allocates and each collection the cap forces.
         {read_file(KIV_SOURCE_DIR "/fuzz/regressions/deep-recursion-slow-gc.lua"),
-         "script exceeded the time limit", 0},
+         "script exceeded the instruction limit", UINT32_MAX},
     };
     kiv_multi_chan_cfg cfg;
     for (const auto &c : cases) {
@@ -255,4 +259,99 @@ TEST(Pool, MovesReuseAndLimits)
     EXPECT_LE(blocks.size() * 512, 64u * 1024);
     EXPECT_NE(kiv_pool_realloc(&p, blocks.back(), 512, 16), nullptr);
     kiv_pool_release(&p);
+}
+
+namespace
+{
+
+// The stack a thread of its own needs to load any script: the deepest
+// nesting of every shape the parser accepts (each level of a nested block,
+// function, constructor or expression takes a few hundred bytes of the
+// parser's stack, up to its limit of 200 levels).  docs/robustness.md states
+// it for callers.
+constexpr size_t LOAD_STACK = 128 * 1024;
+
+struct nest {
+    const char *name, *head, *open, *middle, *close;
+    int deepest; // the most levels the parser accepts
+};
+const nest NESTS[] = {
+    {"function statements", "", "function f() ", "", " end", 199},
+    {"local functions", "", "local function f() ", "", " end", 199},
+    {"methods", "", "function a.b:c() ", "", " end", 199},
+    {"function expressions", "", "x = function() ", "", " end", 99},
+    {"functions with loops", "", "local function f() for i = 1, 2 do ", "", " end end", 99},
+    {"numeric loops", "", "for i = 1, 2 do ", "", " end", 50},
+    {"while loops", "", "while x do ", "", " end", 198},
+    {"if blocks", "", "if x then ", "", " end", 198},
+    {"repeat loops", "", "repeat ", "", " until x", 198},
+    {"do blocks", "", "do ", "", " end", 199},
+    {"constructors", "x = ", "{", "", "}", 198},
+    {"fields", "x = ", "{a = ", "1", "}", 197},
+    {"calls", "x = ", "f(", "1", ")", 197},
+    {"method calls", "x = ", "a:m(", "1", ")", 126},
+    {"parentheses", "x = ", "(", "1", ")", 197},
+    {"indexing", "x = ", "a[", "1", "]", 197},
+    {"operators", "x = ", "- ", "1", "", 197},
+    {"assignment lists", "", "a, ", "a = 1", "", 198},
+};
+
+std::string nested(const nest &n, int depth)
+{
+    std::string s = n.head;
+    for (int i = 0; i < depth; ++i)
+        s += n.open;
+    s += n.middle;
+    for (int i = 0; i < depth; ++i)
+        s += n.close;
+    return s + "\n";
+}
+
+} // namespace
+
+// Every shape at its deepest, and one level deeper (refused by the parser),
+// loads on a stack of LOAD_STACK with a guard page below it; the part of the
+// painted stack each used is printed, the figures of the docs.
+TEST_F(Bounds, DeepestNestingLoadsOnTheStatedStack)
+{
+#if defined(__SANITIZE_ADDRESS__)
+    GTEST_SKIP() << "AddressSanitizer's stack frames are several times larger";
+#endif
+    const size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+    char *mem = static_cast<char *>(mmap(nullptr, LOAD_STACK + page, PROT_READ | PROT_WRITE,
+                                         MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+    ASSERT_NE(mem, MAP_FAILED);
+    ASSERT_EQ(mprotect(mem, page, PROT_NONE), 0);
+    static std::string path;
+    static load_result got;
+    static ucontext_t caller, callee;
+    size_t most = 0;
+    for (const nest &n : NESTS) {
+        for (int depth : {n.deepest, n.deepest + 1}) {
+            path = script(nested(n, depth));
+            memset(mem + page, 0xA5, LOAD_STACK);
+            ASSERT_EQ(getcontext(&callee), 0);
+            callee.uc_stack.ss_sp = mem + page;
+            callee.uc_stack.ss_size = LOAD_STACK;
+            callee.uc_link = &caller;
+            makecontext(
+                &callee,
+                [] {
+                    kiv_multi_chan_cfg cfg;
+                    got.log = masked([&] { got.ret = kiv_get_multi_chan_cfg(path.c_str(), &cfg); });
+                },
+                0);
+            ASSERT_EQ(swapcontext(&caller, &callee), 0);
+            size_t untouched = 0;
+            while (untouched < LOAD_STACK && mem[page + untouched] == static_cast<char>(0xA5))
+                ++untouched;
+            const size_t used = LOAD_STACK - untouched;
+            most = std::max(most, used);
+            const bool refused = got.log.find("too many") != std::string::npos;
+            EXPECT_EQ(refused, depth > n.deepest) << n.name << " " << depth << ": " << got.log;
+            printf("%-22s %3d levels: %5.1f KiB\n", n.name, depth, used / 1024.0);
+        }
+    }
+    munmap(mem, LOAD_STACK + page);
+    printf("most: %.1f KiB of %zu KiB\n", most / 1024.0, LOAD_STACK / 1024);
 }

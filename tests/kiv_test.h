@@ -114,18 +114,19 @@ class Settings : public testing::Test
     void TearDown() override;
 };
 
-// Cuts the bounds to a quarter of the memory and a tenth of the instructions
-// the library allows: the largest legitimate scripts (the examples, 100,000
-// calibration pairs) must load within them.
+// Cuts the bounds to a third of the memory and a quarter of the instructions
+// and the string length the library allows: the largest legitimate scripts
+// (the examples, 100,000 calibration pairs) must load within them.
 class Margins : public Settings
 {
   protected:
     void SetUp() override
     {
         Settings::SetUp();
-        kiv_set_run_limits({.mem_bytes = KIV_LUA_MEM_LIMIT / 4,
-                            .instructions = KIV_LUA_INSTRUCTION_LIMIT / 10,
-                            .time_ms = 600000});
+        kiv_set_run_limits({.mem_bytes = KIV_LUA_MEM_LIMIT / 3,
+                            .instructions = KIV_LUA_INSTRUCTION_LIMIT / 4,
+                            .time_ms = 600000,
+                            .string_bytes = KIV_LUA_STRING_LIMIT / 4});
     }
 };
 

@@ -83,9 +83,11 @@ static bool build(lua_State *L, kiv_table_view &v, const void *t)
     uint32_t n = 0;
     lua_pushnil(L);
     while (lua_next(L, -2) != 0) {
-        kiv_run_spend(L, KIV_READ_COST);
         size_t len = 0;
         const char *k = lua_type(L, -2) == LUA_TSTRING ? lua_tolstring(L, -2, &len) : nullptr;
+        // The key is hashed and the value converted: both scan their text.
+        kiv_run_spend(L, KIV_READ_COST + static_cast<int64_t>(len / KIV_CONVERT_BYTES_PER_UNIT));
+        kiv_run_spend_convert(L, -1);
         if (k && len <= UINT16_MAX) {
             if (n++ == KIV_VIEW_KEYS) {
                 lua_settop(L, -3);
@@ -197,6 +199,7 @@ static void log_missing_int(int32_t index)
 // Converts the value on top (which is not nil) and pops it.
 static void pop_integer(lua_State *L, int32_t *value)
 {
+    kiv_run_spend_convert(L, -1);
     *value = static_cast<int32_t>(static_cast<uint32_t>(lua_tointegerx(L, -1, nullptr)));
     lua_settop(L, -2);
 }

@@ -7,6 +7,8 @@
 #include <stdlib.h>
 #include <string.h>
 #include <time.h>
+#include <fcntl.h>
+#include <unistd.h>
 
 #include <lauxlib.h>
 
@@ -17,6 +19,7 @@
 static std::atomic<size_t> g_mem_limit{KIV_LUA_MEM_LIMIT};
 static std::atomic<uint64_t> g_instruction_limit{KIV_LUA_INSTRUCTION_LIMIT};
 static std::atomic<uint32_t> g_time_limit_ms{KIV_LUA_TIME_LIMIT_MS};
+static std::atomic<size_t> g_string_limit{KIV_LUA_STRING_LIMIT};
 static std::atomic<bool> g_text_only{KIV_LUA_TEXT_ONLY != 0};
 static std::atomic<uint64_t> g_created{0};
 static std::atomic<uint64_t> g_closed{0};
@@ -28,6 +31,7 @@ void kiv_set_run_limits(const kiv_run_limits &l)
     g_mem_limit.store(l.mem_bytes ? l.mem_bytes : KIV_LUA_MEM_LIMIT, relaxed);
     g_instruction_limit.store(l.instructions ? l.instructions : KIV_LUA_INSTRUCTION_LIMIT, relaxed);
     g_time_limit_ms.store(l.time_ms ? l.time_ms : KIV_LUA_TIME_LIMIT_MS, relaxed);
+    g_string_limit.store(l.string_bytes ? l.string_bytes : KIV_LUA_STRING_LIMIT, relaxed);
     g_text_only.store(l.text_only < 0 ? KIV_LUA_TEXT_ONLY != 0 : l.text_only != 0, relaxed);
 }
 
@@ -42,36 +46,63 @@ namespace
 // The hook runs every this many instructions: it counts them against the
 // budget and looks at the clock.
 constexpr int HOOK_PERIOD = 1000;
-// The allocator looks at the clock every this many allocations (parsing
-// runs no instructions, but allocates as it goes).
+// Once the script has made a string longer than this, one instruction may
+// cost far more than the usual few nanoseconds (converting or comparing such
+// a string scans it), so the hook then runs every SHORT_PERIOD instructions
+// and the clock is looked at as often in time as before.  No configuration
+// has strings that long.
+constexpr size_t LONG_STRING = 4096;
+constexpr int SHORT_PERIOD = 16;
+// The allocator looks at the clock every this many allocations while the
+// parser runs (it runs no instructions, but allocates as it goes).
 constexpr uint32_t ALLOCS_PER_CLOCK = 64;
 // The reading looks at the clock every this many instructions' worth.
 constexpr int64_t READ_PER_CLOCK = 4096;
+// The thread's CPU clock is a system call, the monotonic clock is not.  The
+// CPU time spent since the CPU clock was last read is at most the wall-clock
+// time passed since, so the CPU clock is read only when that could put the
+// run past its limit, and then at most once a millisecond.
+constexpr int64_t CPU_READ_GAP_NS = 1000000;
 
 const char INSTRUCTIONS[] = "script exceeded the instruction limit";
 const char READING[] = "reading the script's tables exceeded the instruction limit";
 const char TIME[] = "script exceeded the time limit";
+const char STRING[] = "script exceeded the string length limit";
+
+enum class stage : uint8_t { parsing, running, reading, closing };
 
 struct run_frame {
     const char *path;
     kiv_read_fn read;
     void *ctx;
+    lua_State *L;
     int32_t result;
     bool script_failed;
+    stage at;
     size_t mem_used;
     size_t mem_limit;
     size_t mem_peak;
-    kiv_pool pool;      // the state's memory
-    kiv_meter meter;    // instructions still allowed, reading included
-    int64_t ran;        // instructions run
-    int64_t deadline;   // CLOCK_MONOTONIC, in nanoseconds
-    bool parsing;       // the script is being loaded, not yet run
-    bool after_refusal; // the last growth was refused for memory
+    size_t string_limit;
+    kiv_pool pool;   // the state's memory
+    kiv_meter meter; // instructions still allowed, everything else included
+    int64_t ran;     // instructions run
+    int period;      // of the count hook
+    uint64_t allocated;
+    size_t alloc_carry; // allocated, not yet charged
+    uint64_t source_bytes;
     uint32_t allocs_to_clock;
+    // The time backstop, in nanoseconds of the thread's CPU time (deadline
+    // INT64_MAX: none), with the last reading of the CPU clock and the
+    // monotonic clock at that moment.
+    int64_t cpu_start;
+    int64_t cpu_limit;
+    int64_t cpu_deadline;
+    int64_t cpu_seen;
+    int64_t wall_seen;
+    uint32_t slowness; // thousandths; 0: not measured
     // The bound the allocator stopped the run for (it can only refuse
     // memory, so Lua reports "not enough memory"): its message, or null.
     const char *refused;
-    bool closing; // the state is being closed: its pooled blocks go with their slabs
     // The log of the run, written out in one piece when full and before
     // the run returns: one write instead of one per line.
     size_t log_len;
@@ -83,22 +114,128 @@ struct run_frame {
 __attribute__((tls_model("initial-exec"))) thread_local run_frame *t_frame = nullptr;
 __attribute__((tls_model("initial-exec"))) thread_local kiv_run_use t_last{};
 
-int64_t now_ns()
+int64_t clock_ns(clockid_t id)
 {
     timespec ts;
-    clock_gettime(CLOCK_MONOTONIC, &ts);
+    clock_gettime(id, &ts);
     return static_cast<int64_t>(ts.tv_sec) * 1000000000 + ts.tv_nsec;
 }
 
-// The state's allocator: the C library's, refusing to grow past the memory
-// limit (Lua then raises its "not enough memory" error) and, once the time
-// is up, refusing to grow at all.
+int64_t now_ns()
+{
+    return clock_ns(CLOCK_MONOTONIC);
+}
+
+int64_t cpu_ns()
+{
+    return clock_ns(CLOCK_THREAD_CPUTIME_ID);
+}
+
+// The reference work: a loop that makes small tables, which exercises the
+// interpreter, its allocator and its collector as a configuration script
+// does.  It is run three times in a state of its own and the fastest run
+// counts (the first pays for cold caches and fresh pages).  Its median on
+// the machine the time limit was measured on is REFERENCE_NS of CPU time
+// (docs/robustness.md); a core that takes longer gets a limit stretched in
+// proportion.
+const char REFERENCE[] = "local t = {} for i = 1, 5000 do t[i % 256 + 1] = {i, i} end";
+constexpr int64_t REFERENCE_NS = 1050000;
+constexpr int REFERENCE_RUNS = 3;
+
+void *plain_alloc(void *, void *ptr, size_t, size_t nsize)
+{
+    if (nsize == 0) {
+        free(ptr);
+        return nullptr;
+    }
+    return realloc(ptr, nsize);
+}
+
+// The CPU time the reference work takes on this thread now (0: it could
+// not be run).
+int64_t reference_ns()
+{
+    lua_State *R = lua_newstate(plain_alloc, nullptr);
+    if (!R)
+        return 0;
+    int64_t best = 0;
+    if (luaL_loadbufferx(R, REFERENCE, sizeof REFERENCE - 1, "=reference", "t") == LUA_OK) {
+        for (int i = 0; i < REFERENCE_RUNS; ++i) {
+            lua_pushvalue(R, -1);
+            const int64_t t0 = cpu_ns();
+            if (lua_pcall(R, 0, 0, 0) != LUA_OK)
+                break;
+            const int64_t t = cpu_ns() - t0;
+            best = i == 0 || t < best ? t : best;
+        }
+    }
+    lua_close(R);
+    return best;
+}
+
+// Whether the run is past its time limit.  The first time it seems to be,
+// the limit is stretched by the slowness of this core, measured now: a run
+// on a slow or emulated core gets the time it needs there, and a run on a
+// core that other work slows down gets the slowdown back.  The measurement
+// itself is not charged to the script.
+bool out_of_time(run_frame *f)
+{
+    if (f->cpu_deadline == INT64_MAX)
+        return false;
+    const int64_t wall = now_ns(), gap = wall - f->wall_seen;
+    if (gap < CPU_READ_GAP_NS || f->cpu_seen + gap <= f->cpu_deadline)
+        return false;
+    f->wall_seen = wall;
+    f->cpu_seen = cpu_ns();
+    if (f->cpu_seen <= f->cpu_deadline)
+        return false;
+    if (f->slowness != 0)
+        return true;
+    const int64_t t0 = cpu_ns();
+    const int64_t ref = reference_ns();
+    const int64_t measuring = cpu_ns() - t0;
+    const double slowness = ref > REFERENCE_NS ? static_cast<double>(ref) / REFERENCE_NS : 1.0;
+    f->slowness = slowness < 4e6 ? static_cast<uint32_t>(slowness * 1000) : 4000000000u;
+    const double stretched = static_cast<double>(f->cpu_limit) * slowness + measuring;
+    f->cpu_deadline = stretched < 9e18 - f->cpu_start
+                          ? f->cpu_start + static_cast<int64_t>(stretched)
+                          : INT64_MAX;
+    f->wall_seen = now_ns();
+    f->cpu_seen = cpu_ns();
+    return f->cpu_seen > f->cpu_deadline;
+}
+
+// Charges `units` to the run's budget without raising: the allocator may
+// not, so the hook, the reading or the parser's next block does.
+void charge(run_frame *f, int64_t units)
+{
+    f->meter.left -= units;
+    f->meter.read_units += units;
+}
+
+// From the first string longer than LONG_STRING on, the hook runs more often.
+void frame_hook(lua_State *L, lua_Debug *);
+
+void shorten_period(run_frame *f)
+{
+    if (f->period == SHORT_PERIOD)
+        return;
+    f->period = SHORT_PERIOD;
+    if (f->at == stage::running)
+        lua_sethook(f->L, frame_hook, LUA_MASKCOUNT, SHORT_PERIOD);
+}
+
+// The state's allocator: the pool, refusing to grow past the memory limit
+// (Lua then raises its "not enough memory" error), refusing strings longer
+// than the string limit, and charging what it allocates to the budget.  It
+// refuses to grow at all once it has stopped the run for a bound, or while
+// the parser runs (no hook stops it) once the budget or the time is spent.
 void *bounded_alloc(void *ud, void *ptr, size_t osize, size_t nsize)
 {
     run_frame *f = static_cast<run_frame *>(ud);
     size_t old = ptr ? osize : 0;
     if (nsize == 0) {
-        if (!f->closing || old > KIV_POOL_GRAIN * KIV_POOL_CLASSES)
+        if (f->at != stage::closing || old > KIV_POOL_GRAIN * KIV_POOL_CLASSES)
             kiv_pool_realloc(&f->pool, ptr, old, 0);
         f->mem_used -= old;
         return nullptr;
@@ -106,25 +243,45 @@ void *bounded_alloc(void *ud, void *ptr, size_t osize, size_t nsize)
     if (nsize > old) {
         if (f->refused)
             return nullptr;
-        const bool fits = nsize - old <= f->mem_limit - f->mem_used;
-        // The clock is looked at while the parser runs (no hook stops it),
-        // and at and after a refusal for memory: each refusal makes Lua
-        // collect the whole heap and try again, so a script living at the
-        // cap could otherwise outlast the time limit between two counts.  A
-        // large block counts as many allocations.  While the script runs,
-        // the hook stops it at the next count.
-        const bool look = !fits || f->after_refusal ||
-                          (f->parsing && (--f->allocs_to_clock == 0 || nsize - old >= 65536));
-        f->after_refusal = !fits;
-        if (look) {
-            f->allocs_to_clock = ALLOCS_PER_CLOCK;
-            if (now_ns() > f->deadline) {
-                f->refused = TIME;
+        // A new object's osize is its type: a string's size is its length
+        // and a header.
+        if (!ptr && osize == LUA_TSTRING) {
+            if (nsize > f->string_limit) {
+                f->refused = STRING;
                 return nullptr;
             }
+            if (nsize > LONG_STRING)
+                shorten_period(f);
         }
-        if (!fits)
+        const size_t grow = nsize - old;
+        f->allocated += grow;
+        f->alloc_carry += grow;
+        if (f->alloc_carry >= KIV_ALLOC_BYTES_PER_UNIT) {
+            charge(f, static_cast<int64_t>(f->alloc_carry / KIV_ALLOC_BYTES_PER_UNIT));
+            f->alloc_carry %= KIV_ALLOC_BYTES_PER_UNIT;
+        }
+        const bool fits = grow <= f->mem_limit - f->mem_used;
+        if (!fits) {
+            // Lua collects the whole heap before it tries again, and goes on
+            // when that freed enough: a script living at the bound makes it
+            // collect again and again.  Each collection is charged as the
+            // allocation of everything it walks.
+            charge(f, static_cast<int64_t>(f->mem_used / KIV_ALLOC_BYTES_PER_UNIT));
             return nullptr;
+        }
+        if (f->at == stage::parsing) {
+            if (f->meter.left < 0) {
+                f->refused = INSTRUCTIONS;
+                return nullptr;
+            }
+            if (--f->allocs_to_clock == 0 || grow >= 65536) {
+                f->allocs_to_clock = ALLOCS_PER_CLOCK;
+                if (out_of_time(f)) {
+                    f->refused = TIME;
+                    return nullptr;
+                }
+            }
+        }
     }
     void *p = kiv_pool_realloc(&f->pool, ptr, old, nsize);
     if (p) {
@@ -140,20 +297,21 @@ run_frame *frame_of(lua_State *L)
     return *static_cast<run_frame **>(lua_getextraspace(L));
 }
 
-void count_hook(lua_State *L, lua_Debug *)
+void frame_hook(lua_State *L, lua_Debug *)
 {
     run_frame *f = frame_of(L);
-    f->meter.left -= HOOK_PERIOD;
-    f->ran += HOOK_PERIOD;
+    f->meter.left -= f->period;
+    f->ran += f->period;
     if (f->meter.left < 0)
         luaL_error(L, "%s", INSTRUCTIONS);
-    if (now_ns() > f->deadline)
+    if (out_of_time(f))
         luaL_error(L, "%s", TIME);
 }
 
-// The script file, read for the parser with a look at the clock before each
-// block: a script that takes long to parse without allocating (a long
-// comment) is stopped too.  Otherwise as the interpreter's own file loader:
+// The script file, read for the parser block by block, each block charged
+// to the budget and preceded by a look at the budget and the clock: a script
+// that takes long to parse without allocating (a long comment) is stopped
+// too.  Otherwise as the interpreter's own file loader:
 // a UTF-8 byte order mark and a first line starting with '#' are skipped
 // (the line's end kept, so that line numbers stay right), and a file that
 // cannot be opened or read gives "cannot open|read PATH: REASON".
@@ -174,11 +332,15 @@ const char *read_block(lua_State *, void *ud, size_t *size)
     }
     if (feof(s->fp))
         return nullptr;
-    if (now_ns() > s->f->deadline) {
-        s->f->refused = TIME; // the parser sees the end of the text
+    run_frame *f = s->f;
+    // The parser sees the end of the text; the run fails for the bound.
+    if (f->meter.left < 0 || out_of_time(f)) {
+        f->refused = f->meter.left < 0 ? INSTRUCTIONS : TIME;
         return nullptr;
     }
     *size = fread(s->buf, 1, sizeof s->buf, s->fp);
+    f->source_bytes += *size;
+    charge(f, static_cast<int64_t>(*size / KIV_SOURCE_BYTES_PER_UNIT));
     return s->buf;
 }
 
@@ -209,9 +371,16 @@ int load_script(lua_State *L, run_frame *f)
 {
     script_file s;
     s.f = f;
-    s.fp = fopen(f->path, "r");
-    if (!s.fp)
+    // Close-on-exec: a program another thread starts meanwhile inherits none.
+    const int fd = open(f->path, O_RDONLY | O_CLOEXEC | O_NOCTTY);
+    s.fp = fd >= 0 ? fdopen(fd, "r") : nullptr;
+    if (!s.fp) {
+        const int err = errno;
+        if (fd >= 0)
+            close(fd);
+        errno = err;
         return file_error(L, "cannot open %s: %s", f->path);
+    }
     int c = skip_bom(&s);
     if (c == '#') {
         do
@@ -241,18 +410,23 @@ int protected_run(lua_State *L)
 {
     run_frame *f = frame_of(L);
     lua_settop(L, 0);
-    f->parsing = true;
     int rc = load_script(L, f);
-    f->parsing = false;
-    if (rc == LUA_OK) {
-        lua_sethook(L, count_hook, LUA_MASKCOUNT, HOOK_PERIOD);
+    // A bound that stopped the parser may have left it a shorter text that
+    // parses: it is not run.
+    if (rc == LUA_OK && !f->refused) {
+        f->at = stage::running;
+        lua_sethook(L, frame_hook, LUA_MASKCOUNT, f->period);
         rc = lua_pcall(L, 0, 0, 0);
         lua_sethook(L, nullptr, 0, 0);
+        // Charges the hook had no chance to see after the last instruction.
+        if (rc == LUA_OK && f->meter.left < 0)
+            f->refused = INSTRUCTIONS;
     }
-    if (rc != LUA_OK) {
+    if (rc != LUA_OK || f->refused) {
         f->script_failed = true;
         return 1;
     }
+    f->at = stage::reading;
     lua_settop(L, 0);
     kiv_views views; // taken back by kiv_run_script, also after a Lua error
     for (kiv_table_view &v : views.at)
@@ -292,7 +466,7 @@ void kiv_meter_check(lua_State *L)
     if (m->left < 0)
         luaL_error(L, "%s", READING);
     m->to_clock = READ_PER_CLOCK;
-    if (now_ns() > t_frame->deadline)
+    if (out_of_time(t_frame))
         luaL_error(L, "%s", TIME);
 }
 
@@ -336,17 +510,26 @@ kiv_run_use kiv_last_run_use(void)
 int32_t kiv_run_script(const char *fn, const char *path, kiv_read_fn read, void *ctx,
                        int32_t no_state, int32_t failed)
 {
-    int64_t start = now_ns();
+    const int64_t start = now_ns();
     run_frame f{};
     f.path = path;
     f.read = read;
     f.ctx = ctx;
+    f.at = stage::parsing;
     f.mem_limit = g_mem_limit.load(std::memory_order_relaxed);
+    f.string_limit = g_string_limit.load(std::memory_order_relaxed);
     const uint64_t instructions = g_instruction_limit.load(std::memory_order_relaxed);
     f.meter.left = instructions < INT64_MAX ? static_cast<int64_t>(instructions) : INT64_MAX;
     f.meter.to_clock = READ_PER_CLOCK;
+    f.period = HOOK_PERIOD;
     const uint32_t ms = g_time_limit_ms.load(std::memory_order_relaxed);
-    f.deadline = ms ? start + static_cast<int64_t>(ms) * 1000000 : INT64_MAX; // 0: no limit
+    f.cpu_deadline = INT64_MAX; // 0: no limit
+    if (ms) {
+        f.cpu_start = f.cpu_seen = cpu_ns();
+        f.wall_seen = start;
+        f.cpu_limit = static_cast<int64_t>(ms) * 1000000;
+        f.cpu_deadline = f.cpu_start + f.cpu_limit;
+    }
     f.allocs_to_clock = ALLOCS_PER_CLOCK;
     // The slabs may hold twice the bound: only a script that fragments its
     // memory across block sizes that far is refused before the bound.
@@ -359,6 +542,7 @@ int32_t kiv_run_script(const char *fn, const char *path, kiv_read_fn read, void 
         KIV_ERR_AT(326, fn, "fail to alloc Lua state.\n");
         return no_state;
     }
+    f.L = L;
     g_created.fetch_add(1, std::memory_order_relaxed);
     *static_cast<run_frame **>(lua_getextraspace(L)) = &f;
     t_frame = &f;
@@ -377,12 +561,18 @@ int32_t kiv_run_script(const char *fn, const char *path, kiv_read_fn read, void 
                    f.refused ? f.refused : error_text(L, buf, sizeof buf));
         result = failed;
     }
-    f.closing = true;
+    f.at = stage::closing;
     lua_close(L);
     kiv_pool_release(&f.pool);
     g_closed.fetch_add(1, std::memory_order_relaxed);
     g_heap_calls.fetch_add(f.pool.heap_calls, std::memory_order_relaxed);
-    t_last = {static_cast<uint64_t>(f.ran), static_cast<uint64_t>(f.meter.read_units), f.mem_peak,
-              static_cast<uint64_t>(now_ns() - start)};
+    t_last = {static_cast<uint64_t>(f.ran),
+              static_cast<uint64_t>(f.meter.read_units),
+              f.source_bytes,
+              f.allocated,
+              f.mem_peak,
+              static_cast<uint64_t>(now_ns() - start),
+              ms ? static_cast<uint64_t>(cpu_ns() - f.cpu_start) : 0,
+              f.slowness};
     return result;
 }

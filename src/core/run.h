@@ -2,11 +2,23 @@
 // state, runs a file within the resource bounds, reads what it defined and
 // closes the state again.
 //
-// Three bounds hold for everything a script makes the library do, loading,
+// Bounds hold for everything a script makes the library do, loading,
 // running and the reading of its tables included; a script that exceeds one
-// fails like any failing script.  The defaults are chosen from measurement
-// (docs/robustness.md): the largest legitimate scripts stay 4 times below the
-// memory bound and 10 times below the instruction bound.
+// fails like any failing script.  Those that decide are deterministic: the
+// same script is refused, or not, on every machine whatever its load.
+//  - Work: one budget counts the instructions a script runs and, at fixed
+//    rates, the source text parsed, the memory allocated (which is what the
+//    collector's work grows with), the collections forced at the memory
+//    bound, and the reading of its tables.
+//  - Memory: the bytes the state holds.
+//  - Strings: no string longer than any configuration needs can be made, so
+//    that no single instruction (a conversion, a comparison) costs more than
+//    a bounded amount.
+// A time backstop covers what no count can see (a table whose keys all
+// collide): CPU time of the calling thread, stretched by how much slower the
+// calling core runs a fixed piece of interpreter work than the machine the
+// default was measured on.  The defaults come from measurement
+// (docs/robustness.md).
 #ifndef KIV_CORE_RUN_H
 #define KIV_CORE_RUN_H
 
@@ -20,17 +32,23 @@
 #define KIV_LUA_MEM_LIMIT (96u * 1024u * 1024u) /* 96 MiB */
 #endif
 
-// Lua instructions a script may execute, the reading of its tables counted
-// in (KIV_READ_COST per table access, KIV_LOG_COST per log line printed).
+// Work a script may make the library do, in instructions: each Lua
+// instruction counts 1, the rest at the rates below.
 #ifndef KIV_LUA_INSTRUCTION_LIMIT
 #define KIV_LUA_INSTRUCTION_LIMIT 20000000ull /* 2e7 */
 #endif
 
-// Wall-clock time one call may spend on a script, in milliseconds: the
-// bound for work that instructions do not measure (a hash table of colliding
-// keys, the collector, parsing).
+// The largest string object (text and header, 25 bytes on 64-bit) a script
+// may make, in bytes.
+#ifndef KIV_LUA_STRING_LIMIT
+#define KIV_LUA_STRING_LIMIT 65536u
+#endif
+
+// CPU time of the calling thread one call may spend on a script, in
+// milliseconds on a core as fast as the one it was measured on; on a slower
+// core it stretches in proportion.  0: no time limit.
 #ifndef KIV_LUA_TIME_LIMIT_MS
-#define KIV_LUA_TIME_LIMIT_MS 250u
+#define KIV_LUA_TIME_LIMIT_MS 300u
 #endif
 
 // 1: scripts are loaded as text only, and a precompiled chunk fails like a
@@ -40,9 +58,15 @@
 #define KIV_LUA_TEXT_ONLY 0
 #endif
 
-// What reading costs, in instructions (see docs/robustness.md).
+// What the rest costs, in instructions (see docs/robustness.md): a table
+// access of the reading, a log line printed, and the bytes of source text
+// parsed, of memory allocated and of strings converted or hashed by the
+// reading per instruction (powers of two).
 #define KIV_READ_COST 4
 #define KIV_LOG_COST 1000
+#define KIV_SOURCE_BYTES_PER_UNIT 4
+#define KIV_ALLOC_BYTES_PER_UNIT 16
+#define KIV_CONVERT_BYTES_PER_UNIT 16
 
 // Reads what the script left in the state: called with an empty stack, in
 // protected mode (a Lua error raised inside, such as running out of memory,
@@ -62,8 +86,8 @@ int32_t kiv_run_script(const char *fn, const char *path, kiv_read_fn read, void 
 // The instruction budget of the run in progress on this thread, shared by
 // the count hook and the reading.
 struct kiv_meter {
-    int64_t left;       // instructions still allowed, reading included
-    int64_t read_units; // instructions charged for reading
+    int64_t left;       // instructions still allowed, everything else included
+    int64_t read_units; // instructions charged for everything but running
     int64_t to_clock;   // reading before the next look at the clock
 };
 extern __attribute__((tls_model("initial-exec"))) thread_local kiv_meter *kiv_t_meter;
@@ -84,6 +108,19 @@ inline void kiv_run_spend(lua_State *L, int64_t units)
     if ((m->to_clock -= units) < 0 || m->left < 0)
         kiv_meter_check(L);
 }
+// Counts the reading's conversion of the value at `idx` to a number when it
+// is a string: a scan of its length.
+inline void kiv_run_spend_convert(lua_State *L, int idx)
+{
+    if (lua_type(L, idx) == LUA_TSTRING)
+        kiv_run_spend(L, static_cast<int64_t>(lua_rawlen(L, idx) / KIV_CONVERT_BYTES_PER_UNIT));
+}
+// lua_tonumberx, its conversion counted.
+inline lua_Number kiv_run_tonumber(lua_State *L, int idx)
+{
+    kiv_run_spend_convert(L, idx);
+    return lua_tonumberx(L, idx, nullptr);
+}
 // Counts a printed log line (never raises: the next read does).
 void kiv_run_spend_log(void);
 // Takes a log text into the log buffer of the run in progress on this
@@ -99,6 +136,7 @@ struct kiv_run_limits {
     uint64_t instructions = 0;
     uint32_t time_ms = 0; // UINT32_MAX: as good as none
     int text_only = -1;
+    size_t string_bytes = 0;
 };
 void kiv_set_run_limits(const kiv_run_limits &limits);
 
@@ -113,13 +151,21 @@ struct kiv_run_counts {
 kiv_run_counts kiv_get_run_counts(void);
 
 // What the last run on this thread used: instructions run (to the hook's
-// period), instructions charged for reading, the state's memory high-water
-// mark in bytes, and the wall-clock time in nanoseconds.
+// period), instructions charged for everything else (reading, source text,
+// memory), the bytes of source text parsed and of memory allocated, the
+// state's memory high-water mark in bytes, the wall-clock and the thread's
+// CPU time in nanoseconds, and how much slower than the reference this core
+// ran the reference work, in thousandths (0: the run never came near its time
+// limit, so it was not measured).
 struct kiv_run_use {
     uint64_t instructions;
     uint64_t reading;
+    uint64_t source_bytes;
+    uint64_t allocated;
     size_t mem_peak;
     uint64_t ns;
+    uint64_t cpu_ns;
+    uint32_t slowness;
 };
 kiv_run_use kiv_last_run_use(void);
 

@@ -79,6 +79,25 @@ int emit(writer *w, kiv_text_fn text, const void *ctx, bool counting)
     return w->err;
 }
 
+// Whether a text of n bytes fits under the file size limit.  A write past
+// the limit would raise SIGXFSZ, which ends the calling process unless it
+// asked otherwise, so nothing is written that would cross it.
+bool fits_size_limit(uint64_t n)
+{
+    struct rlimit lim;
+    return getrlimit(RLIMIT_FSIZE, &lim) != 0 || lim.rlim_cur == RLIM_INFINITY || n <= lim.rlim_cur;
+}
+
+// 0, or EFBIG when the text would not fit under the file size limit (it is
+// measured only where there is a limit).
+int check_size_limit(writer *w, kiv_text_fn text, const void *ctx)
+{
+    if (fits_size_limit(UINT64_MAX)) // no limit
+        return 0;
+    int err = emit(w, text, ctx, true);
+    return err ? err : fits_size_limit(w->length) ? 0 : EFBIG;
+}
+
 const char *why(int err, char *buf, size_t cap)
 {
     if (err == CHANGED)
@@ -197,14 +216,19 @@ kiv_file_result write_new(writer *w, const char *fn, const char *path, kiv_text_
 {
     // The mode a shell would give the file: 0666 less the umask and what the
     // directory's default ACL takes away.
-    int tmp = open_dir(w, path) ? make_temp(w, 0666) : -1;
-    if (tmp < 0)
+    if (!open_dir(w, path))
         return w->why = errno, KIV_FILE_NOT_OPENED; // the caller could not create it either
-    int err = fill_temp(w, tmp, text, ctx);
+    int err = check_size_limit(w, text, ctx);
+    int tmp = err ? -1 : make_temp(w, 0666);
+    if (tmp < 0 && !err)
+        return w->why = errno, KIV_FILE_NOT_OPENED;
+    if (!err)
+        err = fill_temp(w, tmp, text, ctx);
     if (!err)
         err = place_new(w);
     if (err) {
-        unlinkat(w->dir, w->temp, 0);
+        if (tmp >= 0)
+            unlinkat(w->dir, w->temp, 0);
         char buf[64];
         KIV_ERR(fn, "write to file [%s] failed (%s), no file was created\n", path,
                 why(err, buf, sizeof buf));
@@ -224,9 +248,7 @@ kiv_file_result rewrite_in_place(writer *w, int fd, const char *fn, const char *
     w->fd = fd;
     int err = emit(w, text, ctx, true);
     uint64_t n = w->length;
-    struct rlimit lim;
-    if (!err && getrlimit(RLIMIT_FSIZE, &lim) == 0 && lim.rlim_cur != RLIM_INFINITY &&
-        n > lim.rlim_cur)
+    if (!err && !fits_size_limit(n))
         err = EFBIG;
     // File systems that cannot reserve space are written unreserved.
     if (!err && n > 0 && fallocate(fd, FALLOC_FL_KEEP_SIZE, 0, static_cast<off_t>(n)) != 0 &&
@@ -252,6 +274,19 @@ kiv_file_result rewrite_in_place(writer *w, int fd, const char *fn, const char *
     return KIV_FILE_WRITTEN;
 }
 
+// A replacement that failed: the file is left as it was, or removed again
+// when the open created it.
+kiv_file_result fail_replace(writer *w, int err, const struct stat &st, bool created,
+                             const char *fn, const char *path)
+{
+    if (created && still_there(w, st))
+        unlinkat(w->dir, w->base, 0);
+    char buf[64];
+    KIV_ERR(fn, "write to file [%s] failed (%s), %s\n", path, why(err, buf, sizeof buf),
+            created ? "no file was created" : "the file was left as it was");
+    return w->why = err, KIV_FILE_FAILED;
+}
+
 // Replaces the regular file open as `fd` (described by `st`) by a complete
 // new one, or rewrites it in place where replacing would change what the
 // file is.  `created`: the open made the file (through a dangling link), so
@@ -263,6 +298,9 @@ kiv_file_result replace(writer *w, int fd, const struct stat &st, bool created, 
     // Other hard links would keep the old text.
     if (st.st_nlink != 1 || !realpath(path, w->buf) || !open_dir(w, w->buf) || !still_there(w, st))
         return rewrite_in_place(w, fd, fn, path, text, ctx);
+    int err = check_size_limit(w, text, ctx);
+    if (err)
+        return fail_replace(w, err, st, created, fn, path);
     int tmp = make_temp(w, 0600);
     if (tmp < 0)
         return rewrite_in_place(w, fd, fn, path, text, ctx);
@@ -278,19 +316,14 @@ kiv_file_result replace(writer *w, int fd, const struct stat &st, bool created, 
         unlinkat(w->dir, w->temp, 0);
         return rewrite_in_place(w, fd, fn, path, text, ctx);
     }
-    int err = fill_temp(w, tmp, text, ctx);
+    err = fill_temp(w, tmp, text, ctx);
     if (!err && !still_there(w, st))
         err = CHANGED;
     if (!err && renameat(w->dir, w->temp, w->dir, w->base) != 0)
         err = errno;
     if (err) {
         unlinkat(w->dir, w->temp, 0);
-        if (created && still_there(w, st))
-            unlinkat(w->dir, w->base, 0);
-        char buf[64];
-        KIV_ERR(fn, "write to file [%s] failed (%s), %s\n", path, why(err, buf, sizeof buf),
-                created ? "no file was created" : "the file was left as it was");
-        return w->why = err, KIV_FILE_FAILED;
+        return fail_replace(w, err, st, created, fn, path);
     }
     sync_dir(w, fn, path);
     return KIV_FILE_WRITTEN;

@@ -21,6 +21,9 @@
 //    file size limit checked before the first byte changes, so a full file
 //    system or a size limit leaves the old text; only an I/O error in the
 //    middle of the rewrite can leave the file incomplete, and the log says so.
+//  - A text longer than the file size limit (RLIMIT_FSIZE) is refused before
+//    anything is written, on every path: crossing the limit would raise
+//    SIGXFSZ, which ends the calling process unless it asked otherwise.
 //  - Devices, pipes and terminals are written through the opened descriptor.
 //  - Every descriptor is close-on-exec; the directory is synced after a rename.
 //  - Extended attributes and ACL entries of a replaced file are not copied.

@@ -45,7 +45,7 @@ static uint32_t to_u32(lua_Number v)
 // reads as 0) and pops it, leaving the key for the next lua_next.
 static uint32_t pop_number(lua_State *L)
 {
-    uint32_t v = to_u32(lua_tonumberx(L, -1, nullptr));
+    uint32_t v = to_u32(kiv_run_tonumber(L, -1));
     lua_settop(L, -2);
     return v;
 }

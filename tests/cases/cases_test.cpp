@@ -15,8 +15,9 @@
 //   dump=NAME    the same, of the dump showing only the table NAME = { ... }
 //   only=A,B     record lines only for paths that start with A or B
 //   grep=A,B     log lines only where they contain A or B
-//   mem=BYTES instructions=N time=MS   the run's bounds (0: the library's;
-//                without them the library's, but no time limit to speak of)
+//   mem=BYTES instructions=N time=MS strings=BYTES   the run's bounds (0: the
+//                library's; without them the library's, but no time limit to
+//                speak of)
 //   calib | hevc | aisp=TYPE   the standalone loaders instead; their records
 //                start as 0xA5 bytes, so that what a load leaves alone shows
 //                (a calibration or network record: the lines are what it
@@ -95,8 +96,10 @@ options parse_options(const std::string &text)
             o.kind = key, o.aisp_type = value;
         else if (key == "dump")
             o.dump = true, o.dump_part = value;
-        else if (key == "mem" || key == "instructions")
-            (key == "mem" ? o.limits.mem_bytes : o.limits.instructions) = std::stoull(value);
+        else if (key == "mem" || key == "strings")
+            (key == "mem" ? o.limits.mem_bytes : o.limits.string_bytes) = std::stoull(value);
+        else if (key == "instructions")
+            o.limits.instructions = std::stoull(value);
         else if (key == "time")
             o.limits.time_ms = static_cast<uint32_t>(std::stoul(value));
         else if (key == "hp" || key == "settings")

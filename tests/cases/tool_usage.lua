@@ -25,7 +25,6 @@ _resource_config_ = { version = 1 }
 --- hevc without a file | kiv hevc
 --- aisp help | kiv aisp --help
 --- aisp without a file | kiv aisp
---- layout needs an output | kiv layout {}
 --- show of a missing file | kiv show /nonexistent/dir/x.lua
 --- dump of a missing file | kiv dump /nonexistent/dir/x.lua
 --- calib of a missing file | kiv calib /nonexistent/dir/x.lua
@@ -35,6 +34,6 @@ _resource_config_ = { version = 1 }
 --- lint of a missing file | kiv lint /nonexistent/dir/x.lua
 --- diff with a missing file | kiv diff {} /nonexistent/dir/x.lua
 --- a directory to read | kiv show /tmp
---- dump to a missing directory | kiv dump {} -o /nonexistent/dir/out.lua
---- layout to a directory | kiv layout {} -o /tmp
+--- dump to a missing directory | kiv dump -q {src}/examples/single_1080p.lua -o /nonexistent/dir/out.lua
+--- layout to a directory | kiv layout -q {src}/examples/single_1080p.lua -o /tmp
 --- dump to a full device | kiv dump -q {src}/examples/single_1080p.lua -o /dev/full

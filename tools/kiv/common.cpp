@@ -17,13 +17,14 @@
 #include "aisp/aisp.h"
 #include "core/log.h"
 #include "core/run.h"
+#include "core/safe_file.h"
 
 namespace kivtool
 {
 
 void require_readable(const std::string &path)
 {
-    int fd = open(path.c_str(), O_RDONLY);
+    int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
     if (fd < 0)
         throw io_error("cannot read " + path + ": " + strerror(errno));
     struct stat st;
@@ -33,15 +34,21 @@ void require_readable(const std::string &path)
         throw io_error("cannot read " + path + ": " + strerror(EISDIR));
 }
 
-void require_writable(const std::string &path)
+void write_output(const std::string &path, void (*text)(FILE *out, const void *ctx),
+                  const void *ctx)
 {
-    struct stat st;
-    if (stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode))
-        throw io_error("cannot write " + path + ": " + strerror(EISDIR));
-    size_t slash = path.find_last_of('/');
-    std::string dir = slash == std::string::npos ? "." : path.substr(0, slash ? slash : 1);
-    if (access(dir.c_str(), W_OK | X_OK) != 0)
-        throw io_error("cannot write " + path + ": " + strerror(errno));
+    if (path.empty() || path == "-") {
+        text(stdout, ctx);
+        return;
+    }
+    // No check of our own first: the writer is refused exactly where a
+    // shell redirect would be.
+    kiv_file_result r = KIV_FILE_WRITTEN;
+    int err = 0;
+    capture_log([&] { r = kiv_write_file("kiv", path.c_str(), text, ctx, &err); }, false);
+    if (r != KIV_FILE_WRITTEN)
+        throw io_error("cannot write " + path + ": " +
+                       (err > 0 ? strerror(err) : "it was replaced meanwhile"));
 }
 
 namespace
@@ -49,36 +56,59 @@ namespace
 
 // Points standard output at fd for the duration of fn, flushing the C
 // stream on both sides of the switch so no line lands on the wrong side.
-void with_stdout_on(int fd, const std::function<void()> &fn)
+// Returns 0, or why a write to fd failed meanwhile (the error is cleared).
+int with_stdout_on(int fd, const std::function<void()> &fn)
 {
     fflush(stdout);
+    const bool failed_before = ferror(stdout);
     int saved = dup(STDOUT_FILENO);
     if (saved < 0) {
         fn();
-        return;
+        return 0;
     }
     dup2(fd, STDOUT_FILENO);
+    auto restore = [&] {
+        int err = fflush(stdout) == 0 ? 0 : errno;
+        if (!failed_before && ferror(stdout)) {
+            err = err ? err : EIO;
+            clearerr(stdout);
+        } else {
+            err = 0;
+        }
+        dup2(saved, STDOUT_FILENO);
+        close(saved);
+        return err;
+    };
     try {
         fn();
     } catch (...) {
-        fflush(stdout);
-        dup2(saved, STDOUT_FILENO);
-        close(saved);
+        restore();
         throw;
     }
-    fflush(stdout);
-    dup2(saved, STDOUT_FILENO);
-    close(saved);
+    return restore();
 }
 
 } // namespace
 
-std::string capture_log(const std::function<void()> &fn)
+std::string capture_log(const std::function<void()> &fn, bool keep)
 {
+    if (!keep) {
+        int null = open("/dev/null", O_WRONLY | O_CLOEXEC);
+        if (null < 0)
+            throw io_error(std::string("cannot open /dev/null: ") + strerror(errno));
+        with_stdout_on(null, fn);
+        close(null);
+        return "";
+    }
     FILE *tmp = tmpfile();
     if (!tmp)
         throw io_error(std::string("cannot create a temporary file: ") + strerror(errno));
-    with_stdout_on(fileno(tmp), fn);
+    // A file size limit or a full disk can cut the log short: then it is
+    // not shown as if it were whole.
+    if (int err = with_stdout_on(fileno(tmp), fn)) {
+        fclose(tmp);
+        throw io_error(std::string("cannot keep the library's log: ") + strerror(err));
+    }
     std::string log;
     rewind(tmp);
     char buf[4096];
@@ -136,7 +166,7 @@ std::string filter_log(const std::string &log, int level)
 void log_to_stderr(const std::function<void()> &fn)
 {
     kiv_set_log_level(tool_log().level);
-    std::string log = capture_log(fn);
+    std::string log = capture_log(fn, !tool_log().quiet);
     if (!tool_log().quiet)
         std::cerr << filter_log(log, tool_log().level) << std::flush;
 }
@@ -160,7 +190,7 @@ script_kind kind_of(const std::string &path)
         }
         return 0;
     };
-    capture_log([&] { kiv_run_script("kiv", path.c_str(), read, &kind, -2, -2); });
+    capture_log([&] { kiv_run_script("kiv", path.c_str(), read, &kind, -2, -2); }, false);
     return kind;
 }
 

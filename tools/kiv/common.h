@@ -3,6 +3,7 @@
 #ifndef KIV_TOOL_COMMON_H
 #define KIV_TOOL_COMMON_H
 
+#include <cstdio>
 #include <functional>
 #include <iosfwd>
 #include <stdexcept>
@@ -41,13 +42,17 @@ struct config_error : std::runtime_error {
 
 // Throws io_error unless `path` names a readable regular file.
 void require_readable(const std::string &path);
-// Throws io_error unless a file can be created at `path` (its directory
-// exists and is writable, and it is not a directory itself).
-void require_writable(const std::string &path);
+// Writes what `text` writes to the file at `path` with the library's file
+// writer, so with its guarantees (no partial file left, nothing a shell
+// redirect `> path` could not do), or to standard output when `path` is
+// empty or "-".  Throws io_error, one line, when the file cannot be written.
+void write_output(const std::string &path, void (*text)(FILE *out, const void *ctx),
+                  const void *ctx);
 
 // Runs fn and returns what the library logged meanwhile instead of
-// printing it.
-std::string capture_log(const std::function<void()> &fn);
+// printing it; with `keep` false the log goes nowhere.  Throws io_error
+// when the log cannot be kept whole (a file size limit, a full disk).
+std::string capture_log(const std::function<void()> &fn, bool keep = true);
 
 // What of the library's log a subcommand shows: none (-q), or the messages
 // of levels up to `level` (--log-level; a script's own log_level can only

@@ -6,10 +6,8 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
-#include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <fstream>
 #include <map>
 #include <sstream>
 #include <vector>
@@ -470,17 +468,19 @@ void add_layout(CLI::App &app, int &rc)
                   "and source buffers to canvases and streams, the input windows of each "
                   "channel, and each canvas with the output windows of the buffers bound to it.");
     sub->add_option("FILE", opt->file, "Multi-channel configuration script")->required();
-    sub->add_option("-o,--output", opt->out, "The SVG file to write")->required();
+    sub->add_option("-o,--output", opt->out, "The SVG file to write (none or -: standard output)");
     add_log_options(sub);
     sub->callback([opt, &rc] {
-        require_writable(opt->out);
         auto cfg = std::make_unique<kiv_multi_chan_cfg>();
         load_multi_chan(opt->file, *cfg);
-        std::ofstream out(opt->out, std::ios::binary | std::ios::trunc);
-        out << layout_svg(*cfg);
-        out.close();
-        if (!out)
-            throw io_error("cannot write " + opt->out + ": " + strerror(errno));
+        const std::string svg = layout_svg(*cfg);
+        write_output(
+            opt->out,
+            [](FILE *out, const void *text) {
+                const auto *s = static_cast<const std::string *>(text);
+                fwrite(s->data(), 1, s->size(), out);
+            },
+            &svg);
         rc = EXIT_OK;
     });
 }

@@ -5,7 +5,12 @@
 
 #include <cstring>
 #include <fcntl.h>
+#include <fstream>
+#include <grp.h>
 #include <sstream>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include "common.h"
@@ -29,6 +34,143 @@ TEST(Cli, FullStandardOutput)
     close(saved);
     close(full);
     EXPECT_EQ(rc, 2);
+}
+
+namespace
+{
+
+// Runs the installed program as `uid` with a file size limit, as a user
+// would from a shell, and captures both output streams.
+tooltest::run_result spawn(uid_t uid, rlim_t fsize, const std::vector<std::string> &args)
+{
+    int out[2], err[2];
+    EXPECT_EQ(pipe(out), 0);
+    EXPECT_EQ(pipe(err), 0);
+    fflush(nullptr);
+    pid_t pid = fork();
+    if (pid == 0) {
+        struct rlimit lim = {fsize, fsize};
+        if ((uid && (setgroups(0, nullptr) != 0 || setresgid(uid, uid, uid) != 0 ||
+                     setresuid(uid, uid, uid) != 0)) ||
+            setrlimit(RLIMIT_FSIZE, &lim) != 0)
+            _exit(99);
+        dup2(out[1], 1);
+        dup2(err[1], 2);
+        std::vector<char *> argv{const_cast<char *>(KIV_CLI)};
+        for (const std::string &a : args)
+            argv.push_back(const_cast<char *>(a.c_str()));
+        argv.push_back(nullptr);
+        execv(KIV_CLI, argv.data());
+        _exit(98);
+    }
+    close(out[1]);
+    close(err[1]);
+    auto drain = [](int fd) {
+        std::string s;
+        char buf[4096];
+        for (ssize_t n; (n = read(fd, buf, sizeof buf)) > 0;)
+            s.append(buf, static_cast<size_t>(n));
+        close(fd);
+        return s;
+    };
+    std::string o = drain(out[0]), e = drain(err[0]);
+    int status = 0;
+    EXPECT_EQ(waitpid(pid, &status, 0), pid);
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status), o, e};
+}
+
+} // namespace
+
+// The tool writes wherever `> path` could, and only there, with no check of
+// its own: /dev/null, a file the user may write in a directory the user may
+// not (rewritten in place), standard output for "-".  Under a file size
+// limit the text is refused whole (exit 2, one line): the old file stays,
+// and no partial or temporary file is left.  As root and as nobody.
+TEST(Cli, WritesWhereAShellRedirectCould)
+{
+    const uid_t NOBODY = 65534;
+    char tmpl[] = "/tmp/kivout-XXXXXX";
+    ASSERT_NE(mkdtemp(tmpl), nullptr);
+    const std::string dir = tmpl, locked = dir + "/locked", open_dir = dir + "/open";
+    const std::string script = dir + "/cfg.lua", old = "the configuration that must survive";
+    ASSERT_EQ(chmod(tmpl, 0755), 0);
+    ASSERT_EQ(system(("cp " + kivtest::example("three_channel_4k.lua") + " " + script).c_str()), 0);
+    ASSERT_EQ(chmod(script.c_str(), 0644), 0);
+    const std::string text = spawn(0, RLIM_INFINITY, {"dump", "-q", script}).out;
+    ASSERT_GT(text.size(), 4096u);
+    for (uid_t uid : {uid_t{0}, NOBODY}) {
+        if (uid && geteuid() != 0)
+            continue; // only root can become nobody
+        SCOPED_TRACE(uid);
+        for (const std::string &d : {locked, open_dir}) {
+            ASSERT_EQ(mkdir(d.c_str(), 0755), 0);
+            ASSERT_EQ(chown(d.c_str(), d == locked ? 0 : uid, 0), 0);
+            std::ofstream(d + "/old.lua") << old;
+            ASSERT_EQ(chown((d + "/old.lua").c_str(), uid, 0), 0);
+        }
+        const struct {
+            std::vector<std::string> args;
+            rlim_t fsize;
+            int rc;
+            std::string out;             // what ends in "..." is the beginning
+            std::string err, path, left; // `path` then holds `left` ("": nothing)
+        } cases[] = {
+            {{"dump", "-q", script, "-o", "/dev/null"}, RLIM_INFINITY, 0, "", "", "", ""},
+            {{"layout", "-q", script, "-o", "/dev/null"}, RLIM_INFINITY, 0, "", "", "", ""},
+            {{"dump", "-q", script, "-o", "-"}, RLIM_INFINITY, 0, text, "", "", ""},
+            {{"layout", "-q", script}, RLIM_INFINITY, 0, "<?xml ...", "", "", ""},
+            {{"dump", "-q", script, "-o", locked + "/old.lua"},
+             RLIM_INFINITY,
+             0,
+             "",
+             "",
+             locked + "/old.lua",
+             text},
+            {{"dump", "-q", script, "-o", open_dir + "/new.lua"},
+             1024,
+             2,
+             "",
+             "kiv: cannot write " + open_dir + "/new.lua: File too large\n",
+             open_dir + "/new.lua",
+             ""},
+            {{"dump", "-q", script, "-o", open_dir + "/old.lua"},
+             1024,
+             2,
+             "",
+             "kiv: cannot write " + open_dir + "/old.lua: File too large\n",
+             open_dir + "/old.lua",
+             old},
+            {{"dump", "-q", script, "-o", locked + "/old.lua"},
+             1024,
+             2,
+             "",
+             "kiv: cannot write " + locked + "/old.lua: File too large\n",
+             locked + "/old.lua",
+             text},
+        };
+        for (const auto &c : cases) {
+            SCOPED_TRACE(c.args[0] + " " + c.args.back());
+            tooltest::run_result r = spawn(uid, c.fsize, c.args);
+            EXPECT_EQ(r.rc, c.rc);
+            if (c.out.ends_with("...")) // the beginning
+                EXPECT_EQ(r.out.substr(0, c.out.size() - 3), c.out.substr(0, c.out.size() - 3));
+            else
+                EXPECT_TRUE(r.out == c.out) << r.out.size();
+            EXPECT_EQ(r.err, c.err);
+            if (c.path.empty())
+                continue;
+            if (c.left.empty())
+                EXPECT_NE(access(c.path.c_str(), F_OK), 0);
+            else
+                EXPECT_TRUE(kivtest::read_file(c.path) == c.left);
+        }
+        // No temporary file anywhere.
+        EXPECT_EQ(
+            system(("test -z \"$(ls -A " + locked + " " + open_dir + " | grep kiv-)\"").c_str()),
+            0);
+        ASSERT_EQ(system(("rm -rf " + locked + " " + open_dir).c_str()), 0);
+    }
+    ASSERT_EQ(system(("rm -rf " + dir).c_str()), 0);
 }
 
 // A text member that fills its whole capacity, with no terminating zero (a
