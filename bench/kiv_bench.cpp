@@ -424,8 +424,8 @@ class busy_cores
         for (pid_t &pid : pids_) {
             pid = fork();
             if (pid == 0)
-                for (volatile uint64_t spin = 0;; spin = spin + 1) {
-                }
+                for (uint64_t spin = 0;; ++spin)
+                    benchmark::DoNotOptimize(spin);
         }
     }
     ~busy_cores()

@@ -85,9 +85,11 @@ static bool build(lua_State *L, kiv_table_view &v, const void *t)
     while (lua_next(L, -2) != 0) {
         size_t len = 0;
         const char *k = lua_type(L, -2) == LUA_TSTRING ? lua_tolstring(L, -2, &len) : nullptr;
+        const int type = lua_type(L, -1);
         // The key is hashed and the value converted: both scan their text.
-        kiv_run_spend(L, KIV_READ_COST + static_cast<int64_t>(len / KIV_CONVERT_BYTES_PER_UNIT));
-        kiv_run_spend_convert(L, -1);
+        size_t scanned = len + (type == LUA_TSTRING ? lua_rawlen(L, -1) : 0);
+        kiv_run_spend(L,
+                      KIV_READ_COST + static_cast<int64_t>(scanned / KIV_CONVERT_BYTES_PER_UNIT));
         if (k && len <= UINT16_MAX) {
             if (n++ == KIV_VIEW_KEYS) {
                 lua_settop(L, -3);
@@ -97,7 +99,6 @@ static bool build(lua_State *L, kiv_table_view &v, const void *t)
             uint32_t h = hash_of(k, len), i = h & VIEW_MASK;
             while (v.keys[i])
                 i = (i + 1) & VIEW_MASK;
-            const int type = lua_type(L, -1);
             int isnum = 0;
             lua_Integer iv =
                 type == LUA_TNUMBER || type == LUA_TSTRING ? lua_tointegerx(L, -1, &isnum) : 0;
@@ -196,10 +197,17 @@ static void log_missing_int(int32_t index)
     KIV_DBG_AT(85, "kiv_is_item_exist_int", "item of index(%d) doesn't exist\n", index);
 }
 
-// Converts the value on top (which is not nil) and pops it.
-static void pop_integer(lua_State *L, int32_t *value)
+// Counts the conversion of the string on top: it scans the whole text.
+static __attribute__((noinline)) void spend_conversion(lua_State *L)
 {
-    kiv_run_spend_convert(L, -1);
+    kiv_run_spend(L, static_cast<int64_t>(lua_rawlen(L, -1) / KIV_CONVERT_BYTES_PER_UNIT));
+}
+
+// Converts the value on top, of type t (not nil), and pops it.
+static inline __attribute__((always_inline)) void pop_integer(lua_State *L, int t, int32_t *value)
+{
+    if (t == LUA_TSTRING)
+        spend_conversion(L);
     *value = static_cast<int32_t>(static_cast<uint32_t>(lua_tointegerx(L, -1, nullptr)));
     lua_settop(L, -2);
 }
@@ -270,7 +278,7 @@ int32_t kiv_get_integer_item_str(lua_State *L, const char *name, int32_t *value)
         log_missing_str(name);
         return -2;
     }
-    pop_integer(L, value);
+    pop_integer(L, t, value);
     return 0;
 }
 
@@ -302,7 +310,7 @@ int32_t kiv_get_integer_item_int(lua_State *L, int32_t index, int32_t *value)
         log_missing_int(index);
         return -2;
     }
-    pop_integer(L, value);
+    pop_integer(L, t, value);
     return 0;
 }
 
@@ -382,10 +390,10 @@ int32_t kiv_get_array_integers_str(lua_State *L, const char *name, int32_t *valu
     const int32_t stop =
         kiv_get_log_level() >= KIV_LEVEL_DEBUG || max >= INT32_MAX - 1 ? INT32_MAX : max + 1;
     int32_t n = 0;
-    while (n < stop && push_counted(L, n) != LUA_TNIL) {
+    for (int t; n < stop && (t = push_counted(L, n)) != LUA_TNIL;) {
         if (n < max) {
             watch(L, name, n, KIV_WANT_INTEGER);
-            pop_integer(L, &values[n]);
+            pop_integer(L, t, &values[n]);
         } else {
             lua_settop(L, -2);
         }
@@ -412,7 +420,7 @@ int32_t kiv_get_array_integer_item_str(lua_State *L, const char *name, int32_t i
                    "array item(%s) doesn't have item of index(%d)\n", name, index);
         return -2;
     }
-    pop_integer(L, value);
+    pop_integer(L, t, value);
     lua_settop(L, -2);
     return 0;
 }

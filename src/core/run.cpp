@@ -63,6 +63,9 @@ constexpr int64_t READ_PER_CLOCK = 4096;
 // time passed since, so the CPU clock is read only when that could put the
 // run past its limit, and then at most once a millisecond.
 constexpr int64_t CPU_READ_GAP_NS = 1000000;
+// A run shorter than this never reads the CPU clock (two system calls, a
+// microsecond or two, against loads of a few tens of microseconds).
+constexpr int64_t CPU_BASE_NS = 2000000;
 
 const char INSTRUCTIONS[] = "script exceeded the instruction limit";
 const char READING[] = "reading the script's tables exceeded the instruction limit";
@@ -91,13 +94,16 @@ struct run_frame {
     size_t alloc_carry; // allocated, not yet charged
     uint64_t source_bytes;
     uint32_t allocs_to_clock;
-    // The time backstop, in nanoseconds of the thread's CPU time (deadline
-    // INT64_MAX: none), with the last reading of the CPU clock and the
-    // monotonic clock at that moment.
-    int64_t cpu_start;
+    // The time backstop, in nanoseconds: the CPU time the run may spend
+    // (INT64_MAX: no limit), the thread's CPU clock and the monotonic clock
+    // when the CPU clock was first read (cpu_base -1: not yet), the CPU
+    // time spent since then at the last reading and the monotonic clock at
+    // that reading.
+    int64_t wall_start;
     int64_t cpu_limit;
-    int64_t cpu_deadline;
-    int64_t cpu_seen;
+    int64_t cpu_base;
+    int64_t wall_base;
+    int64_t cpu_spent;
     int64_t wall_seen;
     uint32_t slowness; // thousandths; 0: not measured
     // The bound the allocator stopped the run for (it can only refuse
@@ -173,21 +179,32 @@ int64_t reference_ns()
     return best;
 }
 
-// Whether the run is past its time limit.  The first time it seems to be,
-// the limit is stretched by the slowness of this core, measured now: a run
-// on a slow or emulated core gets the time it needs there, and a run on a
-// core that other work slows down gets the slowdown back.  The measurement
-// itself is not charged to the script.
+// Whether the run is past its time limit.  The thread's CPU clock is read
+// from the first look after CPU_BASE_NS of wall-clock time on (a run that
+// ends sooner never reads it); what the run spent before that is given to
+// it.  The first time the run seems to be past its limit, the limit is
+// stretched by the slowness of this core, measured now: a run on a slow or
+// emulated core gets the time it needs there, and a run on a core that
+// other work slows down gets the slowdown back.  The measurement itself is
+// not charged to the script.
 bool out_of_time(run_frame *f)
 {
-    if (f->cpu_deadline == INT64_MAX)
+    if (f->cpu_limit == INT64_MAX)
         return false;
-    const int64_t wall = now_ns(), gap = wall - f->wall_seen;
-    if (gap < CPU_READ_GAP_NS || f->cpu_seen + gap <= f->cpu_deadline)
+    const int64_t wall = now_ns();
+    if (f->cpu_base < 0) {
+        if (wall - f->wall_start >= CPU_BASE_NS) {
+            f->cpu_base = cpu_ns();
+            f->wall_base = f->wall_seen = wall;
+        }
+        return false;
+    }
+    const int64_t gap = wall - f->wall_seen;
+    if (gap < CPU_READ_GAP_NS || f->cpu_spent + gap <= f->cpu_limit)
         return false;
     f->wall_seen = wall;
-    f->cpu_seen = cpu_ns();
-    if (f->cpu_seen <= f->cpu_deadline)
+    f->cpu_spent = cpu_ns() - f->cpu_base;
+    if (f->cpu_spent <= f->cpu_limit)
         return false;
     if (f->slowness != 0)
         return true;
@@ -197,12 +214,10 @@ bool out_of_time(run_frame *f)
     const double slowness = ref > REFERENCE_NS ? static_cast<double>(ref) / REFERENCE_NS : 1.0;
     f->slowness = slowness < 4e6 ? static_cast<uint32_t>(slowness * 1000) : 4000000000u;
     const double stretched = static_cast<double>(f->cpu_limit) * slowness + measuring;
-    f->cpu_deadline = stretched < 9e18 - f->cpu_start
-                          ? f->cpu_start + static_cast<int64_t>(stretched)
-                          : INT64_MAX;
+    f->cpu_limit = stretched < 9e18 ? static_cast<int64_t>(stretched) : INT64_MAX - 1;
     f->wall_seen = now_ns();
-    f->cpu_seen = cpu_ns();
-    return f->cpu_seen > f->cpu_deadline;
+    f->cpu_spent = cpu_ns() - f->cpu_base;
+    return f->cpu_spent > f->cpu_limit;
 }
 
 // Charges `units` to the run's budget without raising: the allocator may
@@ -456,6 +471,16 @@ const char *error_text(lua_State *L, char *buf, size_t cap)
     }
 }
 
+// The CPU time a run that ended at `end` used, at most: what the thread's
+// CPU clock counted since it was first read, plus the wall-clock time
+// before; for a run that never read it, the wall-clock time.
+uint64_t cpu_used(const run_frame *f, int64_t end)
+{
+    if (f->cpu_base < 0)
+        return static_cast<uint64_t>(end - f->wall_start);
+    return static_cast<uint64_t>(cpu_ns() - f->cpu_base + f->wall_base - f->wall_start);
+}
+
 } // namespace
 
 __attribute__((tls_model("initial-exec"))) thread_local kiv_meter *kiv_t_meter = nullptr;
@@ -523,13 +548,9 @@ int32_t kiv_run_script(const char *fn, const char *path, kiv_read_fn read, void 
     f.meter.to_clock = READ_PER_CLOCK;
     f.period = HOOK_PERIOD;
     const uint32_t ms = g_time_limit_ms.load(std::memory_order_relaxed);
-    f.cpu_deadline = INT64_MAX; // 0: no limit
-    if (ms) {
-        f.cpu_start = f.cpu_seen = cpu_ns();
-        f.wall_seen = start;
-        f.cpu_limit = static_cast<int64_t>(ms) * 1000000;
-        f.cpu_deadline = f.cpu_start + f.cpu_limit;
-    }
+    f.wall_start = start;
+    f.cpu_limit = ms ? static_cast<int64_t>(ms) * 1000000 : INT64_MAX; // 0: no limit
+    f.cpu_base = -1;
     f.allocs_to_clock = ALLOCS_PER_CLOCK;
     // The slabs may hold twice the bound: only a script that fragments its
     // memory across block sizes that far is refused before the bound.
@@ -566,13 +587,14 @@ int32_t kiv_run_script(const char *fn, const char *path, kiv_read_fn read, void 
     kiv_pool_release(&f.pool);
     g_closed.fetch_add(1, std::memory_order_relaxed);
     g_heap_calls.fetch_add(f.pool.heap_calls, std::memory_order_relaxed);
+    const int64_t end = now_ns();
     t_last = {static_cast<uint64_t>(f.ran),
               static_cast<uint64_t>(f.meter.read_units),
               f.source_bytes,
               f.allocated,
               f.mem_peak,
-              static_cast<uint64_t>(now_ns() - start),
-              ms ? static_cast<uint64_t>(cpu_ns() - f.cpu_start) : 0,
+              static_cast<uint64_t>(end - start),
+              cpu_used(&f, end),
               f.slowness};
     return result;
 }
