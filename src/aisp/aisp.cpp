@@ -9,7 +9,7 @@
 #include "core/export.h"
 #include "core/keys.h"
 #include "core/log.h"
-#include "core/run.h"
+#include "core/readers.h"
 
 static const char FN[] = "kiv_get_aisp_cfg";
 static const char FN_DO[] = "do_kiv_get_custom_aisp_cfg";
@@ -199,15 +199,15 @@ static int32_t do_kiv_get_custom_aisp_cfg(lua_State *L, kiv_aisp_cfg *cfg, kiv_a
     return ret;
 }
 
-struct aisp_ctx {
-    kiv_aisp_cfg *cfg;
-    uint8_t type;
-    kiv_aisp_fill fill;
-};
+// The reading step of kiv_get_aisp_cfg (readers.h): ctx is a kiv_aisp_read.
+// Its fill reports the interface entries stored; it lives in the context,
+// not on this function's stack, because a Lua error can end the reading
+// before it returns and the caller reports a failed load's fill too.  Tools
+// that tell a script's kind by running it once call it via kiv_load_any.
 
-static int32_t read_aisp(lua_State *L, void *ctx)
+int32_t kiv_read_aisp(lua_State *L, void *ctx)
 {
-    aisp_ctx *c = static_cast<aisp_ctx *>(ctx);
+    kiv_aisp_read *c = static_cast<kiv_aisp_read *>(ctx);
     // Other types have no meaning yet; they are refused silently once the
     // script has run.
     if (c->type != AISP_TYPE_CUSTOM)
@@ -224,10 +224,10 @@ int32_t kiv_get_aisp_cfg_fill(const char *path, kiv_aisp_cfg *cfg, uint8_t type,
         KIV_ERR(FN, "the 1st or 2nd param is NULL\n");
         return -1;
     }
-    aisp_ctx ctx{};
+    kiv_aisp_read ctx{};
     ctx.cfg = cfg;
     ctx.type = type;
-    int32_t ret = kiv_run_script(FN, path, read_aisp, &ctx, -2, -2);
+    int32_t ret = kiv_run_script(FN, path, kiv_read_aisp, &ctx, -2, -2);
     if (fill)
         *fill = ctx.fill;
     return ret;

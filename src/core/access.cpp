@@ -14,17 +14,27 @@ static lua_Integer lua_key(int32_t index)
     return static_cast<int32_t>(static_cast<uint32_t>(index) + 1u);
 }
 
-// The watcher of this thread's reading (initial-exec: one instruction to
-// reach when none is set, which is always, outside tools).
+// The watcher of this thread (initial-exec: one instruction to reach when
+// none is set, which is always, outside tools), and the same when it
+// watches the reading itself (it has a lookup callback): only such a
+// watcher is called by the reading, and only such a one turns the views
+// off, which would hide lookups from it.
+static __attribute__((tls_model("initial-exec"))) thread_local const kiv_watcher *t_any = nullptr;
 static __attribute__((tls_model("initial-exec"))) thread_local const kiv_watcher *t_watcher =
     nullptr;
 
 void kiv_set_watcher(const kiv_watcher *w)
 {
-    t_watcher = w;
+    t_any = w;
+    t_watcher = w && w->lookup ? w : nullptr;
 }
 
 const kiv_watcher *kiv_get_watcher(void)
+{
+    return t_any;
+}
+
+const kiv_watcher *kiv_get_reading_watcher(void)
 {
     return t_watcher;
 }

@@ -62,8 +62,11 @@ void kiv_leave(lua_State *L);
 
 // Watching the reading, for tools that check scripts (kiv lint): a watcher
 // set on a thread sees every table the parsers enter and every item they
-// look up, store or skip there.  The library itself never sets one.  The
-// calls must leave the Lua stack as they found it and raise no Lua error.
+// look up, store or skip there, the log and the tables the script makes.
+// The library itself never sets one.  The calls must leave the Lua stack as
+// they found it and raise no Lua error.  A watcher of the reading sets
+// lookup, enter, leave, stored and unread; log and made_table may be set
+// alone.
 enum kiv_want : uint8_t {
     KIV_WANT_ANY,     // an existence check
     KIV_WANT_INTEGER, // taken as an integer (lua_tointegerx; 0 when it does not convert)
@@ -87,11 +90,24 @@ struct kiv_watcher {
     // A key the parser knows but did not read here (a switch is off, or the
     // key belongs to another kind of table).
     void (*unread)(void *ctx, const char *key);
+    // A log text (one or more whole lines) the library would print: with
+    // this set, it goes here instead of standard output, in order with the
+    // lookups.  Null: printed as usual.
+    void (*log)(void *ctx, const char *text, size_t n);
+    // The running script has just made `table` (lua_topointer of it once it
+    // is on the stack); called from the state's allocator, so it may only
+    // look at the call stack (lua_getstack, lua_getinfo "Sl"), nothing that
+    // allocates or raises.
+    void (*made_table)(void *ctx, lua_State *L, const void *table);
 };
 
-// The watcher of the calling thread's reading; null for none.
+// The watcher of the calling thread; null for none.  One without a lookup
+// callback only takes the log and the tables made (a tool that wants the
+// log and not the reading): the reading then runs as it does unwatched.
 void kiv_set_watcher(const kiv_watcher *w);
 const kiv_watcher *kiv_get_watcher(void);
+// The watcher when it watches the reading (it has every reading callback).
+const kiv_watcher *kiv_get_reading_watcher(void);
 // Tells the watcher, if any, that these keys were not read.
 void kiv_note_unread(const char *const *keys, size_t n);
 

@@ -52,7 +52,7 @@ static int32_t read_array(lua_State *L, const char *fn, void *rec, const kiv_key
             k.store_elem(rec, i, k.dflt);
         return 0;
     }
-    const kiv_watcher *w = kiv_get_watcher();
+    const kiv_watcher *w = kiv_get_reading_watcher();
     for (uint32_t i = 0; i < k.elems; ++i) {
         k.store_elem(rec, i, static_cast<uint32_t>(v[i]));
         if (w && k.load_elem)
@@ -114,7 +114,7 @@ int32_t kiv_read_keys(lua_State *L, const char *fn, void *rec, const kiv_key *ke
                 return ret;
         }
         k.store(rec, v);
-        const kiv_watcher *w = kiv_get_watcher();
+        const kiv_watcher *w = kiv_get_reading_watcher();
         if (w && given && k.load && v == static_cast<uint32_t>(raw))
             w->stored(w->ctx, k.key, -1, k.load(rec));
         if (k.gate && !(v & 1)) {
@@ -128,7 +128,7 @@ int32_t kiv_read_keys(lua_State *L, const char *fn, void *rec, const kiv_key *ke
 
 void kiv_note_unread_keys(const kiv_key *keys, size_t n)
 {
-    if (const kiv_watcher *w = kiv_get_watcher())
+    if (const kiv_watcher *w = kiv_get_reading_watcher())
         for (size_t i = 0; i < n; ++i)
             w->unread(w->ctx, keys[i].key);
 }

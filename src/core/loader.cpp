@@ -4,7 +4,7 @@
 #include "core/access.h"
 #include "core/export.h"
 #include "core/log.h"
-#include "core/run.h"
+#include "core/readers.h"
 #include "core/sections.h"
 #include "kiv.h"
 
@@ -69,7 +69,7 @@ static int32_t check_channel_numbering(const kiv_multi_chan_cfg *cfg)
 }
 
 // Runs once the script has run, in protected mode.
-static int32_t read_multi_chan(lua_State *L, void *ctx)
+int32_t kiv_read_multi_chan(lua_State *L, void *ctx)
 {
     kiv_multi_chan_cfg *cfg = static_cast<kiv_multi_chan_cfg *>(ctx);
     kiv_init(cfg);
@@ -120,7 +120,7 @@ KIV_API int32_t kiv_get_multi_chan_cfg(const char *path, kiv_multi_chan_cfg *cfg
     // Set around the run, not inside it: a Lua error ends the reading step
     // without returning through it.
     kiv_set_loading(cfg);
-    int32_t ret = kiv_run_script(FN, path, read_multi_chan, cfg, -2, -2);
+    int32_t ret = kiv_run_script(FN, path, kiv_read_multi_chan, cfg, -2, -2);
     kiv_set_loading(nullptr);
     return ret;
 }

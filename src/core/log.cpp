@@ -5,6 +5,7 @@
 #include <stdio.h>
 #include <string.h>
 
+#include "core/access.h"
 #include "core/fmt.h"
 #include "core/run.h"
 #include "kiv.h"
@@ -13,6 +14,11 @@
 // several threads do not race in the C++ sense.  The last writer wins.
 static std::atomic<uint8_t> g_log_level{1};
 static std::atomic<uint8_t> g_hp_fps{0};
+// A tool that loads scripts in several threads at once gives each thread a
+// level of its own (kiv_use_thread_log_level), so that one script's
+// log_level does not change what another's load prints.  -1: the
+// process-wide level, which is all the library itself ever uses.
+static __attribute__((tls_model("initial-exec"))) thread_local int16_t t_log_level = -1;
 // Initial-exec: reached in one instruction, and no allocation when a thread
 // first touches it.
 static __attribute__((tls_model("initial-exec"))) thread_local const kiv_multi_chan_cfg *t_loading =
@@ -20,7 +26,7 @@ static __attribute__((tls_model("initial-exec"))) thread_local const kiv_multi_c
 
 void kiv_log(uint8_t level, const char *fmt, ...)
 {
-    if (g_log_level.load(std::memory_order_relaxed) < level)
+    if (kiv_get_log_level() < level)
         return;
     char buf[256];
     va_list ap, copy;
@@ -35,7 +41,10 @@ void kiv_log(uint8_t level, const char *fmt, ...)
 
 void kiv_log_write(const char *text, size_t n)
 {
-    if (!kiv_run_log(text, n))
+    const kiv_watcher *w = kiv_get_watcher();
+    if (w && w->log)
+        w->log(w->ctx, text, n);
+    else if (!kiv_run_log(text, n))
         fwrite(text, 1, n, stdout);
     kiv_run_spend_log();
 }
@@ -86,7 +95,7 @@ size_t kiv_absent_prefix(char *buf, size_t cap, const char *fn, int line_no)
 
 void kiv_log_absent(const char *prefix, size_t prefix_len, const char *key, size_t key_len)
 {
-    if (g_log_level.load(std::memory_order_relaxed) < KIV_LEVEL_WARN)
+    if (kiv_get_log_level() < KIV_LEVEL_WARN)
         return;
     line l;
     l.put(prefix, prefix_len);
@@ -96,12 +105,21 @@ void kiv_log_absent(const char *prefix, size_t prefix_len, const char *key, size
 }
 void kiv_set_log_level(int32_t level)
 {
-    g_log_level.store(static_cast<uint8_t>(level), std::memory_order_relaxed);
+    if (t_log_level >= 0)
+        t_log_level = static_cast<uint8_t>(level);
+    else
+        g_log_level.store(static_cast<uint8_t>(level), std::memory_order_relaxed);
 }
 
 uint8_t kiv_get_log_level(void)
 {
-    return g_log_level.load(std::memory_order_relaxed);
+    return t_log_level >= 0 ? static_cast<uint8_t>(t_log_level)
+                            : g_log_level.load(std::memory_order_relaxed);
+}
+
+void kiv_use_thread_log_level(int32_t level)
+{
+    t_log_level = level < 0 ? -1 : static_cast<uint8_t>(level);
 }
 
 void kiv_set_hp_fps(int32_t flag)

@@ -34,6 +34,11 @@ void kiv_log_write(const char *text, size_t n);
 // The log level: the highest message level that is printed (initially 1).
 void kiv_set_log_level(int32_t level);
 uint8_t kiv_get_log_level(void);
+// For tools that load in several threads: from now on the calling thread
+// has a log level of its own, starting at `level`, which kiv_set_log_level
+// and kiv_get_log_level then set and read (a script's log_level included);
+// -1 goes back to the process-wide level.  The library never calls it.
+void kiv_use_thread_log_level(int32_t level);
 
 // The high-precision frame-rate flag (initially 0): when set, frame rates in
 // scripts are given in thousandths of a frame per second.

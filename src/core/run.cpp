@@ -75,7 +75,10 @@ const char STRING[] = "script exceeded the string length limit";
 enum class stage : uint8_t { parsing, running, reading, closing };
 
 struct run_frame {
-    const char *path;
+    const char *fn;   // the function the run's messages are reported under
+    const char *path; // the file, or the name of the text
+    const char *text; // the script itself when given as text (then not read from path)
+    size_t text_len;
     kiv_read_fn read;
     void *ctx;
     lua_State *L;
@@ -303,6 +306,10 @@ void *bounded_alloc(void *ud, void *ptr, size_t osize, size_t nsize)
         f->mem_used = f->mem_used - old + nsize;
         if (f->mem_used > f->mem_peak)
             f->mem_peak = f->mem_used;
+        // A table the script makes: a watcher may want to know where.
+        if (!ptr && osize == LUA_TTABLE && f->at == stage::running)
+            if (const kiv_watcher *w = kiv_get_watcher(); w && w->made_table)
+                w->made_table(w->ctx, f->L, p);
     }
     return p;
 }
@@ -387,8 +394,12 @@ int load_script(lua_State *L, run_frame *f)
     script_file s;
     s.f = f;
     // Close-on-exec: a program another thread starts meanwhile inherits none.
-    const int fd = open(f->path, O_RDONLY | O_CLOEXEC | O_NOCTTY);
-    s.fp = fd >= 0 ? fdopen(fd, "r") : nullptr;
+    // A text is read through a stream of its own, so that it is parsed,
+    // charged and stopped block by block exactly as the file would be.
+    const int fd = f->text ? -1 : open(f->path, O_RDONLY | O_CLOEXEC | O_NOCTTY);
+    s.fp = f->text   ? fmemopen(const_cast<char *>(f->text), f->text_len, "r")
+           : fd >= 0 ? fdopen(fd, "r")
+                     : nullptr;
     if (!s.fp) {
         const int err = errno;
         if (fd >= 0)
@@ -532,12 +543,32 @@ kiv_run_use kiv_last_run_use(void)
     return t_last;
 }
 
-int32_t kiv_run_script(const char *fn, const char *path, kiv_read_fn read, void *ctx,
-                       int32_t no_state, int32_t failed)
+void kiv_run_set_fn(const char *fn)
+{
+    if (run_frame *f = t_frame)
+        f->fn = fn;
+}
+
+int64_t kiv_run_budget(void)
+{
+    return kiv_t_meter ? kiv_t_meter->left : 0;
+}
+
+void kiv_run_set_budget(int64_t left)
+{
+    if (kiv_t_meter)
+        kiv_t_meter->left = left;
+}
+
+static int32_t run(const char *fn, const char *path, const char *text, size_t text_len,
+                   kiv_read_fn read, void *ctx, int32_t no_state, int32_t failed)
 {
     const int64_t start = now_ns();
     run_frame f{};
+    f.fn = fn;
     f.path = path;
+    f.text = text;
+    f.text_len = text_len;
     f.read = read;
     f.ctx = ctx;
     f.at = stage::parsing;
@@ -578,7 +609,7 @@ int32_t kiv_run_script(const char *fn, const char *path, kiv_read_fn read, void 
     int32_t result = f.result;
     if (rc != LUA_OK || f.script_failed) {
         char buf[64];
-        KIV_ERR_AT(339, fn, "lua error msg is %s.\n",
+        KIV_ERR_AT(339, f.fn, "lua error msg is %s.\n",
                    f.refused ? f.refused : error_text(L, buf, sizeof buf));
         result = failed;
     }
@@ -597,4 +628,16 @@ int32_t kiv_run_script(const char *fn, const char *path, kiv_read_fn read, void 
               cpu_used(&f, end),
               f.slowness};
     return result;
+}
+
+int32_t kiv_run_script(const char *fn, const char *path, kiv_read_fn read, void *ctx,
+                       int32_t no_state, int32_t failed)
+{
+    return run(fn, path, nullptr, 0, read, ctx, no_state, failed);
+}
+
+int32_t kiv_run_text(const char *fn, const char *path, const char *text, size_t len,
+                     kiv_read_fn read, void *ctx, int32_t no_state, int32_t failed)
+{
+    return run(fn, path, text ? text : "", text ? len : 0, read, ctx, no_state, failed);
 }

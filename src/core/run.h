@@ -83,6 +83,21 @@ typedef int32_t (*kiv_read_fn)(lua_State *L, void *ctx);
 int32_t kiv_run_script(const char *fn, const char *path, kiv_read_fn read, void *ctx,
                        int32_t no_state, int32_t failed);
 
+// kiv_run_script on a script given as text: `path` only names it, in the
+// messages (Lua's "PATH:LINE:" included) as if it had been read from there.
+// The text is parsed, charged and bounded exactly as the file would be.
+// For tools that check a text not saved yet, or that read a file once.
+int32_t kiv_run_text(const char *fn, const char *path, const char *text, size_t len,
+                     kiv_read_fn read, void *ctx, int32_t no_state, int32_t failed);
+
+// For a reading step that plays several loaders in one run (tools): the
+// function the run's closing message is reported under from now on, and
+// the budget left, read and set again so that each loader's reading starts
+// with what it would have had in a run of its own.  No effect outside a run.
+void kiv_run_set_fn(const char *fn);
+int64_t kiv_run_budget(void);
+void kiv_run_set_budget(int64_t left);
+
 // The instruction budget of the run in progress on this thread, shared by
 // the count hook and the reading.
 struct kiv_meter {

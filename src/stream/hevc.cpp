@@ -6,7 +6,7 @@
 #include "core/access.h"
 #include "core/export.h"
 #include "core/log.h"
-#include "core/run.h"
+#include "core/readers.h"
 #include "kiv.h"
 
 static const char FN[] = "kiv_get_hevc_scaling_cfg";
@@ -64,7 +64,7 @@ static void read_list(lua_State *L, const char *key, const char *dc_key, uint32_
     }
 }
 
-static int32_t read_scaling_lists(lua_State *L, void *ctx)
+int32_t kiv_read_hevc(lua_State *L, void *ctx)
 {
     KIV_STACK_GUARD(L);
     kiv_hevc_scaling_cfg *cfg = static_cast<kiv_hevc_scaling_cfg *>(ctx);
@@ -93,7 +93,7 @@ KIV_API int32_t kiv_get_hevc_scaling_cfg(const char *path, kiv_hevc_scaling_cfg 
     // failure leaves the record zero (a Lua error raised while reading, such
     // as running out of memory, may come after some lists were stored).
     memset(cfg, 0, sizeof *cfg);
-    int32_t ret = kiv_run_script(FN, path, read_scaling_lists, cfg, -2, -2);
+    int32_t ret = kiv_run_script(FN, path, kiv_read_hevc, cfg, -2, -2);
     if (ret != 0)
         memset(cfg, 0, sizeof *cfg);
     return ret;

@@ -12,7 +12,7 @@
 #include "core/access.h"
 #include "core/export.h"
 #include "core/log.h"
-#include "core/run.h"
+#include "core/readers.h"
 #include "kiv.h"
 
 static const char FN_SIZE[] = "kiv_get_calib_data_size";
@@ -50,7 +50,7 @@ static uint32_t pop_number(lua_State *L)
     return v;
 }
 
-static int32_t count_items(lua_State *L, void *ctx)
+int32_t kiv_read_calib_count(lua_State *L, void *ctx)
 {
     KIV_STACK_GUARD(L);
     int32_t *count = static_cast<int32_t *>(ctx);
@@ -78,15 +78,15 @@ KIV_API int32_t kiv_get_calib_data_size(const char *path)
     }
     int32_t count = 0;
     // Every failure reports the size 0: a caller treats it as nothing to load.
-    if (kiv_run_script(FN_SIZE, path, count_items, &count, 0, 0) != 0)
+    if (kiv_run_script(FN_SIZE, path, kiv_read_calib_count, &count, 0, 0) != 0)
         return 0;
     return count;
 }
 
-struct load_ctx {
-    kiv_calib_data_item *items;
-    uint32_t data_size;
-};
+// The reading step of kiv_load_calib_data (readers.h): ctx is a
+// kiv_calib_load, the caller's items and how many of them to fill.  Tools
+// that tell a script's kind by running it once call it (after the count
+// above) through kiv_load_any.
 
 // Reads the first two entries of the item on top into `item`.  The item is
 // left on top.
@@ -117,10 +117,10 @@ static int32_t read_item(lua_State *L, uint32_t index, kiv_calib_data_item *item
     return 0;
 }
 
-static int32_t load_items(lua_State *L, void *ctx)
+int32_t kiv_read_calib_items(lua_State *L, void *ctx)
 {
     KIV_STACK_GUARD(L);
-    const load_ctx *c = static_cast<const load_ctx *>(ctx);
+    const kiv_calib_load *c = static_cast<const kiv_calib_load *>(ctx);
     if (!push_calib_table(L, FN_LOAD))
         return -1;
     int base = lua_gettop(L);
@@ -154,6 +154,6 @@ KIV_API int32_t kiv_load_calib_data(const char *path, kiv_calib_data_item *items
         KIV_ERR(FN_LOAD, "data_size is 0\n");
         return -1;
     }
-    load_ctx ctx{items, data_size};
-    return kiv_run_script(FN_LOAD, path, load_items, &ctx, -2, -2);
+    kiv_calib_load ctx{items, data_size};
+    return kiv_run_script(FN_LOAD, path, kiv_read_calib_items, &ctx, -2, -2);
 }
