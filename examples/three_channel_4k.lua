@@ -4,14 +4,10 @@
 -- some fed by several channels, serve four encoded streams and a preview
 -- output; a fifth stream encodes a cropped view with efm frames.
 --
--- What a dump of this script does not carry, on purpose (kiv lint):
--- kiv lint expects: lossy-round-trip channels[0].vsrc.calib_data: a dump has no place for the path
--- kiv lint expects: lossy-round-trip channels[1].vsrc.calib_data: the same sensor as channel 0
--- kiv lint expects: lossy-round-trip channels[2].vsrc.calib_data: a dump has no place for the path
--- kiv lint expects: unbound-buffer channels[0].src_buf[0][6]: premain feeds the warp, not a canvas
--- kiv lint expects: unbound-buffer channels[0].src_buf[1][1]: second_1 is kept for analytics
--- kiv lint expects: unbound-buffer channels[1].src_buf[0][1]: second feeds pass_1, not a canvas
--- kiv lint expects: overlapping-windows channels[1].src_buf[0][0].output: the preview's picture in picture
+-- What a dump of this script does not carry, on purpose, is silenced for
+-- kiv lint where it stands: the calibration paths (a dump has no place for
+-- them), buffers that feed the warp, a further pass or analytics instead of
+-- a canvas, and the preview's picture in picture.
 
 -- The main sensor, shared by channels 0 and 1.
 local main_sensor = {
@@ -26,7 +22,7 @@ local main_sensor = {
 	vsrc_ctx_switch = 0,
 	mirror = 0,
 	bayer = 0,
-	calib_data = "/etc/camera/calib_main.lua",
+	calib_data = "/etc/camera/calib_main.lua", -- kiv-lint: disable=lossy-round-trip
 	virt_mode_cfg_enable = 0,
 }
 
@@ -42,7 +38,7 @@ local tele_sensor = {
 	vsrc_ctx_switch = 0,
 	mirror = 255,
 	bayer = 255,
-	calib_data = "/etc/camera/calib_tele.lua",
+	calib_data = "/etc/camera/calib_tele.lua", -- kiv-lint: disable=lossy-round-trip
 	virt_mode_cfg_enable = 0,
 }
 
@@ -143,7 +139,7 @@ _resource_config_ = {
 			max_warp_output_width = 3840,
 			img_stats_src_chan = "chan_0",
 			pass_num = 2,
-			premain = buf(3840, 2160, {0, 0, 3840, 2160}, {0, 0, 3840, 2160}),
+			premain = buf(3840, 2160, {0, 0, 3840, 2160}, {0, 0, 3840, 2160}), -- kiv-lint: disable=unbound-buffer
 			main = buf(3840, 2160, {0, 0, 3840, 2160}, {0, 0, 3840, 2160}),
 			second = buf(1920, 1080, {0, 0, 3840, 2160}, {0, 0, 1920, 1080}),
 			third = buf(1280, 720, {0, 0, 3840, 2160}, {1280, 0, 1280, 720}),
@@ -151,7 +147,7 @@ _resource_config_ = {
 				input_pass_id = 0,
 				input_buf_id = 1,
 				main = buf(960, 540, {0, 0, 1920, 1080}, {0, 0, 960, 540}),
-				second = buf(640, 360, {0, 0, 1920, 1080}, {0, 0, 640, 360}),
+				second = buf(640, 360, {0, 0, 1920, 1080}, {0, 0, 640, 360}), -- kiv-lint: disable=unbound-buffer
 			},
 			pyramid = {
 				input_buf_id = 0,
@@ -185,8 +181,8 @@ _resource_config_ = {
 			max_main_input_width = 3840,
 			img_stats_src_chan = "chan_0",
 			pass_num = 2,
-			main = buf(640, 360, {960, 540, 1920, 1080}, {1280, 720, 640, 360}),
-			second = buf(1280, 720, {0, 0, 3840, 2160}, {0, 0, 1280, 720}),
+			main = buf(640, 360, {960, 540, 1920, 1080}, {1280, 720, 640, 360}), -- kiv-lint: disable=overlapping-windows
+			second = buf(1280, 720, {0, 0, 3840, 2160}, {0, 0, 1280, 720}), -- kiv-lint: disable=unbound-buffer
 			pass_1 = {
 				input_pass_id = 0,
 				input_buf_id = 1,

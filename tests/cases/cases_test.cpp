@@ -1,7 +1,10 @@
 // The golden cases.  Each tests/cases/NAME.lua holds scripts separated by
 // "--- TITLE | OPTIONS" lines; the text before the first of them is put in
 // front of every script of the file; a line "-- include: NAME" there stands
-// for tests/cases/include/NAME.lua, helpers that several files share.
+// for tests/cases/include/NAME.lua, helpers that several files share.  A
+// line "-- edit: OLD => NEW" in a script changes the first OLD of the
+// prelude into NEW ("\n" and "\t" stand for a line break and a tab), so
+// that a mistake can be planted where it would stand in a real script.
 // NAME.out holds what each script gives:
 // the result, the library's log byte for byte, the fields of the record that
 // differ from a fresh one, and on request the dump and whether the dump
@@ -14,7 +17,8 @@
 //   dump         the dump of a record that loaded, its reload and second dump
 //   dump=NAME    the same, of the dump showing only the table NAME = { ... }
 //   only=A,B     record lines only for paths that start with A or B
-//   grep=A,B     log lines only where they contain A or B
+//   grep=A,B     log lines (with kiv: standard output lines) only where
+//                they contain A or B
 //   mem=BYTES instructions=N time=MS strings=BYTES   the run's bounds (0: the
 //                library's; without them the library's, but no time limit to
 //                speak of)
@@ -251,6 +255,8 @@ std::string run_tool(const std::string &path, const options &o)
         for (const auto &[name, place] : places)
             w = replaced(w, name, place);
     tooltest::run_result r = tooltest::kiv(args);
+    if (!o.grep.empty())
+        r.out = kivtest::only(r.out, o.grep);
     if (!o.json.empty() && nlohmann::json::accept(r.out)) {
         auto j = nlohmann::ordered_json::parse(r.out);
         r.out.clear();
@@ -270,12 +276,38 @@ std::string run_tool(const std::string &path, const options &o)
            section("stderr", mask(r.err)) + section("{out}", mask(written));
 }
 
+// The prelude with the case's "-- edit: OLD => NEW" lines applied.
+std::string edited(std::string prelude, const std::string &body)
+{
+    std::istringstream in(body);
+    for (std::string line; std::getline(in, line);) {
+        if (!line.starts_with("-- edit: "))
+            continue;
+        const size_t arrow = line.find(" => ");
+        if (arrow == std::string::npos) {
+            ADD_FAILURE() << "an edit without \" => \": " << line;
+            continue;
+        }
+        auto unescaped = [](const std::string &t) {
+            return replaced(replaced(t, "\\n", "\n"), "\\t", "\t");
+        };
+        const std::string from = unescaped(line.substr(9, arrow - 9)),
+                          to = unescaped(line.substr(arrow + 4));
+        const size_t at = prelude.find(from);
+        if (at == std::string::npos)
+            ADD_FAILURE() << "nothing to edit: " << line;
+        else
+            prelude.replace(at, from.size(), to);
+    }
+    return prelude;
+}
+
 // One case: its script written to a file of its own (and the prelude to one
 // more), loaded as asked.
 std::string run_case(const std::string &prelude, const std::string &body, const options &o)
 {
     fs::path path = fs::temp_directory_path() / ("kiv-case-" + std::to_string(getpid()) + ".lua");
-    write(path, prelude + body);
+    write(path, edited(prelude, body) + body);
     write(path.string() + "-prelude", prelude);
     kiv_set_log_level(o.level);
     kiv_set_hp_fps(o.hp ? 1 : 0);

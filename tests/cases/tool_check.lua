@@ -1,5 +1,6 @@
--- kiv check: the library's log and one line per file, the kind of each
--- script, the starting log level, and the exit code of the worst file.  The
+-- kiv check: what the loader refused or logged as an error at its place, one
+-- line per file, the kind of each script, the library's own log when asked
+-- for, and the exit code of the worst file.  The
 -- prelude is a complete one-channel script (one encode canvas fed by main
 -- and second, one stream); {prelude} names it alone.
 -- include: one_channel
@@ -9,11 +10,11 @@
 _resource_config_ = { version = 2 }
 --- without version, from log level 3 | kiv check --log-level 3 {}
 _resource_config_ = {}
---- quiet still shows the failing file's log | kiv check -q {}
+--- quiet still says why and where the file failed | kiv check -q {}
 _resource_config_ = {}
 --- an unreadable file outweighs a failing one | kiv check --quiet /nonexistent.lua {}
 _resource_config_ = {}
---- level 0 hides the example's warnings, though it sets log_level | kiv check --log-level 0 {src}/examples/three_channel_4k.lua
+--- level 0 shows errors only, though the example sets log_level | kiv check --log-level 0 {src}/examples/three_channel_4k.lua
 --- every example loads | kiv check --quiet {src}/examples/single_1080p.lua {src}/examples/two_channel_encode_preview.lua {src}/examples/three_channel_4k.lua {src}/examples/hdr_virtual_mode.lua {src}/examples/calib_table.lua {src}/examples/hevc_default_scaling.lua {src}/examples/custom_aisp.lua
 --- the kind of each script | kiv check {} {src}/examples/hevc_default_scaling.lua {src}/examples/custom_aisp.lua
 _resource_config_ = nil
@@ -24,7 +25,7 @@ _custom_aisp_config_ = {}
 --- calibration data without items | kiv check -q {}
 _resource_config_ = nil
 calib_data = {}
---- show of a failing load: the log on standard error | kiv show {}
+--- show of a failing load: why and where, on standard error | kiv show {}
 _resource_config_ = { version = 2 }
 --- show --json of a failing load | kiv show --json {}
 _resource_config_ = { version = 2 }
@@ -33,4 +34,7 @@ _resource_config_ = { version = 2 }
 --- diff of a failing load | kiv diff {} {}
 _resource_config_ = { version = 2 }
 --- layout of a failing load writes nothing | kiv layout {} -o {out}
+_resource_config_ = { version = 2 }
+--- level 1 lists the keys left to their defaults, as the library logs them | grep=vsrc_ctx,ok kiv check --log-level 1 {prelude}
+--- files checked side by side, reported in the order given | kiv check -j 2 {} {prelude} {}
 _resource_config_ = { version = 2 }

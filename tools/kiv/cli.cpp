@@ -8,6 +8,7 @@
 #include <iostream>
 
 #include "common.h"
+#include "core/log.h"
 
 namespace kivtool
 {
@@ -26,6 +27,13 @@ int run(int argc, char **argv)
                "2 usage or I/O error.");
     int rc = EXIT_OK;
     tool_log() = {};
+    // The tool's loads keep their log level to themselves: what a script's
+    // log_level sets lasts until the next load of this thread, and the
+    // process-wide level is left as it was.
+    kiv_use_thread_log_level(1);
+    struct back_to_process_level {
+        ~back_to_process_level() { kiv_use_thread_log_level(-1); }
+    } restore;
     add_check(app, rc);
     add_dump(app, rc);
     add_show(app, rc);

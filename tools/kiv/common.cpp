@@ -14,10 +14,10 @@
 
 #include <CLI/CLI.hpp>
 
-#include "aisp/aisp.h"
 #include "core/log.h"
-#include "core/run.h"
+#include "core/access.h"
 #include "core/safe_file.h"
+#include "report.h"
 
 namespace kivtool
 {
@@ -42,80 +42,32 @@ void write_output(const std::string &path, void (*text)(FILE *out, const void *c
         return;
     }
     // No check of our own first: the writer is refused exactly where a
-    // shell redirect would be.
+    // shell redirect would be.  Its log says what the line below says.
     kiv_file_result r = KIV_FILE_WRITTEN;
     int err = 0;
-    capture_log([&] { r = kiv_write_file("kiv", path.c_str(), text, ctx, &err); }, false);
+    with_log([&] { r = kiv_write_file("kiv", path.c_str(), text, ctx, &err); });
     if (r != KIV_FILE_WRITTEN)
         throw io_error("cannot write " + path + ": " +
                        (err > 0 ? strerror(err) : "it was replaced meanwhile"));
 }
 
-namespace
+std::string with_log(const std::function<void()> &fn)
 {
-
-// Points standard output at fd for the duration of fn, flushing the C
-// stream on both sides of the switch so no line lands on the wrong side.
-// Returns 0, or why a write to fd failed meanwhile (the error is cleared).
-int with_stdout_on(int fd, const std::function<void()> &fn)
-{
-    fflush(stdout);
-    const bool failed_before = ferror(stdout);
-    int saved = dup(STDOUT_FILENO);
-    if (saved < 0) {
-        fn();
-        return 0;
-    }
-    dup2(fd, STDOUT_FILENO);
-    auto restore = [&] {
-        int err = fflush(stdout) == 0 ? 0 : errno;
-        if (!failed_before && ferror(stdout)) {
-            err = err ? err : EIO;
-            clearerr(stdout);
-        } else {
-            err = 0;
-        }
-        dup2(saved, STDOUT_FILENO);
-        close(saved);
-        return err;
+    std::string log;
+    kiv_watcher w{};
+    w.ctx = &log;
+    w.log = [](void *ctx, const char *text, size_t n) {
+        static_cast<std::string *>(ctx)->append(text, n);
     };
+    const kiv_watcher *outer = kiv_get_watcher();
+    kiv_set_watcher(&w);
     try {
         fn();
     } catch (...) {
-        restore();
+        kiv_set_watcher(outer);
         throw;
     }
-    return restore();
-}
-
-} // namespace
-
-std::string capture_log(const std::function<void()> &fn, bool keep)
-{
-    if (!keep) {
-        int null = open("/dev/null", O_WRONLY | O_CLOEXEC);
-        if (null < 0)
-            throw io_error(std::string("cannot open /dev/null: ") + strerror(errno));
-        with_stdout_on(null, fn);
-        close(null);
-        return "";
-    }
-    FILE *tmp = tmpfile();
-    if (!tmp)
-        throw io_error(std::string("cannot create a temporary file: ") + strerror(errno));
-    // A file size limit or a full disk can cut the log short: then it is
-    // not shown as if it were whole.
-    if (int err = with_stdout_on(fileno(tmp), fn)) {
-        fclose(tmp);
-        throw io_error(std::string("cannot keep the library's log: ") + strerror(err));
-    }
-    std::string log;
-    rewind(tmp);
-    char buf[4096];
-    size_t n;
-    while ((n = fread(buf, 1, sizeof buf, tmp)) > 0)
-        log.append(buf, n);
-    fclose(tmp);
+    kiv_set_watcher(outer);
     return log;
 }
 
@@ -128,10 +80,10 @@ log_options &tool_log()
 void add_log_options(CLI::App *sub)
 {
     log_options &o = tool_log();
-    sub->add_flag("-q,--quiet", o.quiet, "Show none of the library's log");
+    sub->add_flag("-q,--quiet", o.quiet, "Show nothing of the load but its failure");
     sub->add_option("--log-level", o.level,
-                    "Show the library's messages up to this level: 0 errors, 1 warnings "
-                    "(default), 3 debug")
+                    "Also show the library's own log up to this level: 0 errors, 1 warnings, "
+                    "3 debug")
         ->check(CLI::Range(0, 255));
 }
 
@@ -163,98 +115,30 @@ std::string filter_log(const std::string &log, int level)
     return out;
 }
 
-void log_to_stderr(const std::function<void()> &fn)
+script_model load_multi_chan(const std::string &path)
 {
-    kiv_set_log_level(tool_log().level);
-    std::string log = capture_log(fn, !tool_log().quiet);
-    if (!tool_log().quiet)
-        std::cerr << filter_log(log, tool_log().level) << std::flush;
-}
-
-script_kind kind_of(const std::string &path)
-{
-    script_kind kind = script_kind::multi_chan;
-    auto read = [](lua_State *L, void *ctx) -> int32_t {
-        const std::pair<const char *, script_kind> globals[] = {
-            {"_resource_config_", script_kind::multi_chan},
-            {"calib_data", script_kind::calib},
-            {"__hevc_scalelist__", script_kind::hevc},
-            {"_custom_aisp_config_", script_kind::aisp}};
-        for (const auto &g : globals) {
-            bool defined = lua_getglobal(L, g.first) != LUA_TNIL;
-            lua_pop(L, 1);
-            if (defined) {
-                *static_cast<script_kind *>(ctx) = g.second;
-                break;
-            }
-        }
-        return 0;
-    };
-    capture_log([&] { kiv_run_script("kiv", path.c_str(), read, &kind, -2, -2); }, false);
-    return kind;
-}
-
-namespace
-{
-
-std::string plural(int n, const std::string &what)
-{
-    if (n == 1)
-        return "1 " + what;
-    // "entry" -> "entries", "canvas" -> "canvases"
-    if (what.back() == 'y')
-        return std::to_string(n) + " " + what.substr(0, what.size() - 1) + "ies";
-    return std::to_string(n) + " " + what + (what.back() == 's' ? "es" : "s");
-}
-
-} // namespace
-
-loaded load_script(const std::string &path, kiv_multi_chan_cfg *cfg)
-{
-    loaded l;
-    l.kind = kind_of(path);
-    switch (l.kind) {
-    case script_kind::calib: {
-        int32_t n = kiv_get_calib_data_size(path.c_str());
-        if (n <= 0) {
-            l.result = -1; // nothing to load; kiv_get_calib_data_size logged why
-            return l;
-        }
-        std::vector<kiv_calib_data_item> items(static_cast<size_t>(n));
-        l.summary = "calibration data, " + plural(n, "item");
-        l.result = kiv_load_calib_data(path.c_str(), items.data(), static_cast<uint32_t>(n));
-        return l;
+    const log_options &o = tool_log();
+    script_model m = load_model(path, {std::max(o.level, 1)});
+    if (o.level >= 0)
+        std::cerr << raw_log(m, o.level) << std::flush;
+    const file_report r = report_of(m, true, {});
+    if (m.kind != kiv_kind::multi_chan)
+        throw config_error(path + ": not a multi-channel script (it defines " +
+                           (m.kind == kiv_kind::calib  ? "calib_data"
+                            : m.kind == kiv_kind::hevc ? "__hevc_scalelist__"
+                                                       : "_custom_aisp_config_") +
+                           ")");
+    for (const finding &f : r.findings)
+        if (!o.quiet && f.r->id != std::string("load-failed"))
+            std::cerr << finding_text(path, f);
+    if (m.result != 0) {
+        for (const finding &f : r.findings)
+            if (f.r->id == std::string("load-failed"))
+                throw config_error(finding_text(path, f, false));
+        throw config_error(path + ": configuration failed (result " + std::to_string(m.result) +
+                           ")");
     }
-    case script_kind::hevc: {
-        auto lists = std::make_unique<kiv_hevc_scaling_cfg>();
-        l.summary = "HEVC scaling lists";
-        l.result = kiv_get_hevc_scaling_cfg(path.c_str(), lists.get());
-        return l;
-    }
-    case script_kind::aisp: {
-        kiv_aisp_cfg nn{};
-        kiv_aisp_fill fill{};
-        l.result = kiv_get_aisp_cfg_fill(path.c_str(), &nn, 1, &fill);
-        l.summary = "custom AISP, " + plural(static_cast<int>(fill.nn_cnt), "network") + ", " +
-                    plural(static_cast<int>(fill.filled), "interface entry");
-        return l;
-    }
-    case script_kind::multi_chan:
-        break;
-    }
-    l.result = kiv_get_multi_chan_cfg(path.c_str(), cfg);
-    l.summary = plural(cfg->chan_num, "channel") + ", " + plural(cfg->canvas_num, "canvas") + ", " +
-                plural(cfg->stream_num, "stream");
-    return l;
-}
-
-void load_multi_chan(const std::string &path, kiv_multi_chan_cfg &cfg)
-{
-    require_readable(path);
-    int32_t ret = 0;
-    log_to_stderr([&] { ret = kiv_get_multi_chan_cfg(path.c_str(), &cfg); });
-    if (ret != 0)
-        throw config_error(path + ": configuration failed (result " + std::to_string(ret) + ")");
+    return m;
 }
 
 std::string dump_json(const nlohmann::ordered_json &j)

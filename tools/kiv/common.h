@@ -12,6 +12,7 @@
 #include <nlohmann/json.hpp>
 
 #include "kiv.h"
+#include "model/model.h"
 
 namespace CLI
 {
@@ -50,16 +51,16 @@ void write_output(const std::string &path, void (*text)(FILE *out, const void *c
                   const void *ctx);
 
 // Runs fn and returns what the library logged meanwhile instead of
-// printing it; with `keep` false the log goes nowhere.  Throws io_error
-// when the log cannot be kept whole (a file size limit, a full disk).
-std::string capture_log(const std::function<void()> &fn, bool keep = true);
+// printing it, whole and in order (a watcher takes the lines).
+std::string with_log(const std::function<void()> &fn);
 
-// What of the library's log a subcommand shows: none (-q), or the messages
-// of levels up to `level` (--log-level; a script's own log_level can only
-// add lines the tool then leaves out).  Each load starts at that level.
+// What of the library's log a subcommand shows besides its findings: none
+// (the default), or the messages of levels up to `level` (--log-level; a
+// script's own log_level can only add lines the tool then leaves out).
+// quiet (-q): not even the findings of the load.
 struct log_options {
     bool quiet = false;
-    int level = 1;
+    int level = -1;
     bool utf8_noted = false; // the note about bytes that are not UTF-8 was given
 };
 log_options &tool_log();
@@ -68,30 +69,13 @@ void add_log_options(CLI::App *sub);
 // The messages of `log` whose level is at most `level` (a message runs from
 // its KIV_ERROR/KIV_WARN/KIV_DEBUG tag to the next tag).
 std::string filter_log(const std::string &log, int level);
-// Runs fn with the library's log captured, then shows what tool_log()
-// allows of it on standard error.
-void log_to_stderr(const std::function<void()> &fn);
 
-// The kinds of configuration script, told apart by the global table each
-// defines; a script that defines none, or fails to run, is taken for a
-// multi-channel script, whose loader then reports it.
-enum class script_kind { multi_chan, calib, hevc, aisp };
-script_kind kind_of(const std::string &path);
-
-// Loads a script with the loader of its kind (the log is the caller's to
-// capture); a multi-channel script goes into cfg.  The summary describes
-// what a success loaded.
-struct loaded {
-    script_kind kind = script_kind::multi_chan;
-    int32_t result = 0;
-    std::string summary;
-};
-loaded load_script(const std::string &path, kiv_multi_chan_cfg *cfg);
-
-// Loads the multi-channel script at path into cfg with the log on standard
-// error; throws io_error for an unreadable file and config_error (naming
-// the result) when the load fails.
-void load_multi_chan(const std::string &path, kiv_multi_chan_cfg &cfg);
+// Loads the multi-channel script at path for a subcommand that shows it:
+// what the load found (errors and warnings, at their places) and, with
+// --log-level, the library's log go to standard error; throws io_error for
+// an unreadable file and config_error (saying why and where) when the
+// load fails or the script is of another kind.
+script_model load_multi_chan(const std::string &path);
 
 // JSON text, indented by two; bytes of strings that are not valid UTF-8
 // are replaced by U+FFFD, with a note on standard error.

@@ -21,12 +21,11 @@ void add_dump(CLI::App &app, int &rc)
                     "Write to this file instead of standard output (-: standard output)");
     add_log_options(sub);
     sub->callback([opt, &rc] {
-        kiv_multi_chan_cfg cfg;
-        load_multi_chan(opt->file, cfg);
+        const script_model m = load_multi_chan(opt->file);
         // The dump logs nothing on standard output itself; where the file
         // cannot be written, it goes nowhere (the library alone would fall
         // back to standard output) and one line says why.
-        write_output(opt->out, kiv_write_script, &cfg);
+        write_output(opt->out, kiv_write_script, m.cfg.get());
         rc = EXIT_OK;
     });
 }

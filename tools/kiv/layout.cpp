@@ -471,9 +471,8 @@ void add_layout(CLI::App &app, int &rc)
     sub->add_option("-o,--output", opt->out, "The SVG file to write (none or -: standard output)");
     add_log_options(sub);
     sub->callback([opt, &rc] {
-        auto cfg = std::make_unique<kiv_multi_chan_cfg>();
-        load_multi_chan(opt->file, *cfg);
-        const std::string svg = layout_svg(*cfg);
+        const script_model m = load_multi_chan(opt->file);
+        const std::string svg = layout_svg(*m.cfg);
         write_output(
             opt->out,
             [](FILE *out, const void *text) {

@@ -24,12 +24,11 @@ void add_show(CLI::App &app, int &rc)
     sub->add_flag("--json", opt->json, "Print the record as JSON");
     add_log_options(sub);
     sub->callback([opt, &rc] {
-        kiv_multi_chan_cfg cfg;
-        load_multi_chan(opt->file, cfg);
+        const script_model m = load_multi_chan(opt->file);
         if (opt->json)
-            std::cout << dump_json(to_json(multi_chan_desc(), &cfg)) << '\n';
+            std::cout << dump_json(to_json(multi_chan_desc(), m.cfg.get())) << '\n';
         else
-            write_text(std::cout, multi_chan_desc(), &cfg);
+            write_text(std::cout, multi_chan_desc(), m.cfg.get());
         rc = EXIT_OK;
     });
 }
@@ -67,11 +66,9 @@ void add_diff(CLI::App &app, int &rc)
         // process-wide settings, which the record does not depend on.
         require_readable(opt->a);
         require_readable(opt->b);
-        auto a = std::make_unique<kiv_multi_chan_cfg>();
-        auto b = std::make_unique<kiv_multi_chan_cfg>();
-        load_multi_chan(opt->a, *a);
-        load_multi_chan(opt->b, *b);
-        rc = write_diff(std::cout, *a, *b) ? EXIT_FAILED : EXIT_OK;
+        const script_model a = load_multi_chan(opt->a);
+        const script_model b = load_multi_chan(opt->b);
+        rc = write_diff(std::cout, *a.cfg, *b.cfg) ? EXIT_FAILED : EXIT_OK;
     });
 }
 

@@ -2,11 +2,13 @@
 // show what was loaded, as text or JSON.
 #include <CLI/CLI.hpp>
 
+#include <functional>
 #include <iostream>
 #include <memory>
 
 #include "aisp/aisp.h"
 #include "common.h"
+#include "core/log.h"
 #include "render.h"
 
 namespace kivtool
@@ -19,6 +21,18 @@ struct options {
     std::string file;
     bool json = false;
 };
+
+// Runs fn with the library's log on standard error, as -q and --log-level
+// allow (a standalone script's loader logs little besides its errors).
+void log_to_stderr(const std::function<void()> &fn)
+{
+    const log_options &o = tool_log();
+    const int level = o.level >= 0 ? o.level : o.quiet ? -1 : 1;
+    kiv_set_log_level(std::max(level, 1));
+    const std::string log = with_log(fn);
+    if (level >= 0)
+        std::cerr << filter_log(log, level) << std::flush;
+}
 
 // Adds a subcommand FILE [--json] whose action gets the options.
 void add_loader(CLI::App &app, int &rc, const char *name, const char *help,

@@ -1,0 +1,110 @@
+-- Mistakes script authors make, planted one at a time where they would
+-- stand in a real configuration of two sensors, and what check and lint
+-- say of each: every finding at the line of the mistake, nothing false
+-- after a failed load, and check failing on an ERROR the load went past.
+-- include: two_sensors
+--- the configuration as it stands is clean | kiv lint {}
+--- a misspelt optional key: the nearest key the loader reads | kiv lint -q {}
+-- edit: idsp_fps = 30, => idsp_fps = 30, hflp = 1,
+--- a misspelt required key: the load fails there, and nothing else is judged | kiv lint -q {}
+-- edit: sensor_ctrl = 1, => sensor_ctl = 1,
+--- a misspelt top-level key | kiv check -q {}
+-- edit: version = 1, => Version = 1,
+--- a misspelt list | kiv check -q {}
+-- edit: channels = { => chanels = {
+--- a mode by its common name | kiv check -q {}
+-- edit: mode = "1080p", => mode = "4K",
+--- a canvas type in capitals | kiv check -q {}
+-- edit: { type = "encode", size = {1280, 720} => { type = "Encode", size = {1280, 720}
+--- an HDR mode in capitals | kiv check -q {}
+-- edit: hdr_mode = "linear", => hdr_mode = "Linear",
+--- a misspelt source name | kiv check -q {}
+-- edit: source = {"chan_1.main"} => source = {"chan_1.mian"}
+--- statistics from a channel that does not exist | kiv check -q {}
+-- edit: img_stats_src_chan = "chan_1" => img_stats_src_chan = "chan_3"
+--- a word where a number goes | kiv lint -q {}
+-- edit: fps = 25, => fps = "25fps",
+--- a fraction where an integer goes | kiv lint -q {}
+-- edit: max_fps = 30, => max_fps = 29.97,
+--- a value too wide for its field | kiv lint -q {}
+-- edit: bits = 12, => bits = 44,
+--- a negative window position: as written, and as stored | kiv lint -q {}
+-- edit: output = {0, 0, 720, 480} => output = {-100, 0, 720, 480}
+--- a window outside its canvas | kiv lint -q {}
+-- edit: output = {0, 0, 1280, 720} } => output = {640, 0, 1280, 720} }
+--- a window larger than its max_output | kiv lint -q {}
+-- edit: output = {0, 0, 640, 360} } => output = {0, 0, 960, 540} }
+--- a buffer bound to two canvases | kiv check -q {}
+-- edit: source = {"chan_0.third"} => source = {"chan_0.main"}
+--- a buffer no canvas binds | kiv lint -q {}
+-- edit: \t\t{ type = "encode", size = {640, 360}, source = {"chan_0.third"}, frame_rate = 30 },\n => 
+-- edit: possible_enc_src_map = 0x8 => possible_enc_src_map = 0x1
+--- four channels | kiv check -q {}
+-- edit: output = {0, 0, 1280, 720} }, => output = {0, 0, 1280, 720} },\n\t\t},\n\t\t{ id = 2, vsrc = rear, sensor_ctrl = 0, max_padding_width = 256,\n\t\t\tmain = { max_output = {1280, 720}, input = {0, 0, 1280, 720}, output = {0, 0, 1280, 720} },\n\t\t},\n\t\t{ id = 3, vsrc = rear, sensor_ctrl = 0, max_padding_width = 256,\n\t\t\tmain = { max_output = {1280, 720}, input = {0, 0, 1280, 720}, output = {0, 0, 1280, 720} },
+--- fourteen streams | kiv check -q {}
+-- edit: \t\t{ id = 2, => \t\t{ id = 3, max_size = {640, 360} }, { id = 4, max_size = {640, 360} }, { id = 5, max_size = {640, 360} },\n\t\t{ id = 6, max_size = {640, 360} }, { id = 7, max_size = {640, 360} }, { id = 8, max_size = {640, 360} },\n\t\t{ id = 9, max_size = {640, 360} }, { id = 10, max_size = {640, 360} }, { id = 11, max_size = {640, 360} },\n\t\t{ id = 12, max_size = {640, 360} }, { id = 12, max_size = {640, 360} },\n\t\t{ id = 2,
+--- two channels with one id | kiv check -q {}
+-- edit: \t\t\tid = 1, => \t\t\tid = 0,
+--- two streams with one id: the second replaces the first | kiv lint -q {}
+-- edit: { id = 2, max_size = {640, 360} => { id = 1, max_size = {640, 360}
+--- a source's key in its channel | kiv lint -q {}
+-- edit: vsrc = rear, => vsrc = rear,\n\t\t\tmode = "720p",
+--- a missing comma: placed at the end of the line that lacks it | kiv check -q {}
+-- edit: idsp_fps = 25, => idsp_fps = 25
+--- a version this library does not know | kiv check -q {}
+-- edit: version = 1, => version = 2,
+--- a stream map naming a canvas that does not exist | kiv lint -q {}
+-- edit: possible_enc_src_map = 0x2 => possible_enc_src_map = 0x12
+--- a channel resampling above its source's rate | kiv lint -q {}
+-- edit: idsp_fps = 25, => idsp_fps = 30,
+--- an input window larger than the sensor's picture | kiv lint -q {}
+-- edit: input = {0, 0, 1280, 720} => input = {0, 0, 1920, 1080}
+--- memory reserved below a stream | kiv lint -q {}
+-- edit: { max_stream = {1280, 720} } => { max_stream = {1280, 640} }
+--- memory reserved below a channel | kiv lint -q {}
+-- edit: { max_vin = {1280, 720} } => { max_vin = {1280, 640} }
+--- memory reserved for fewer streams than there are | kiv lint -q {}
+-- edit: max_stream_num = 3, => max_stream_num = 2,
+-- edit: \t\t\t{ max_stream = {640, 360} },\n => 
+--- a pyramid from a buffer the channel lacks | kiv lint -q {}
+-- edit: input_buf_id = 0, => input_buf_id = 4,
+--- enable_hp_fps with every rate in whole frames: the flag is the mistake | kiv lint -q {}
+-- edit: enable_hp_fps = 0, => enable_hp_fps = 1,
+--- rates in thousandths, one of them in whole frames | kiv lint -q {}
+-- edit: enable_hp_fps = 0, => enable_hp_fps = 1,
+-- edit: fps = 30, => fps = 30000,
+-- edit: fps = 25, => fps = 25000,
+-- edit: idsp_fps = 30, => idsp_fps = 30000,
+-- edit: frame_rate = 30 }, => frame_rate = 30000 },
+-- edit: frame_rate = 25 }, => frame_rate = 25000 },
+-- edit: vout_id = 1, frame_rate = 30 => vout_id = 1, frame_rate = 30000
+-- edit: frame_rate = 30 }, => frame_rate = 30000 },
+--- an encode canvas no stream encodes | kiv lint -q {}
+-- edit: possible_enc_src_map = 0x8 => possible_enc_src_map = 0x1
+--- a stream larger than every canvas it may encode from | kiv lint -q {}
+-- edit: { id = 2, max_size = {640, 360} => { id = 2, max_size = {1280, 720}
+-- edit: { max_stream = {640, 360} } => { max_stream = {1280, 720} }
+--- a memory layout whose channel count disagrees: loaded with errors, judged no further | kiv lint -q {}
+-- edit: max_chan_num = 2, => max_chan_num = 1,
+--- the same, checked: loaded with errors, exit 1 | kiv check {}
+-- edit: max_chan_num = 2, => max_chan_num = 1,
+--- a pyramid naming a layer the list lacks | kiv check -q {}
+-- edit: layer_map = 0x3, => layer_map = 0x7,
+--- srcbuf_to_fusion above its bound | kiv check -q {}
+-- edit: idsp_fps = 30, => idsp_fps = 30, srcbuf_to_fusion = 6,
+--- a rescale size with one number: no unknown layers after it | kiv lint -q {}
+-- edit: rescale_size = {1920, 1080}, => rescale_size = {1920},
+--- a value patched after the table: placed at the patch | kiv lint -q {}
+_resource_config_.channels[2].vsrc.bits = 44
+--- SARIF: the region of a finding | json=/runs/0/results/0/locations/0/physicalLocation/region,/runs/0/invocations/0/executionSuccessful kiv lint -q --format sarif {}
+-- edit: bits = 12, => bits = 44,
+--- JSON: line and column | json=/0/line,/0/column,/0/end_line,/0/end_column kiv lint -q --format json {}
+-- edit: bits = 12, => bits = 44,
+--- silenced on its line | kiv lint -q {}
+-- edit: bits = 12, => bits = 44, -- kiv-lint: disable=truncated-value
+--- silenced for the next line | kiv lint -q {}
+-- edit: bits = 12, => -- kiv-lint: disable=truncated-value\n\tbits = 44,
+--- silenced in the whole file, another rule still reported | kiv lint -q {}
+-- edit: bits = 12, => bits = 44,
+-- edit: hdr_mode = "linear", => hdr_mode = "linear", hdr = 1,
+-- kiv-lint: disable-file=truncated-value

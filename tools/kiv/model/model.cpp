@@ -1,0 +1,294 @@
+#include "model/model.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "common.h"
+#include "core/log.h"
+#include "core/sections.h"
+#include "model/reading.h"
+
+namespace kivtool
+{
+
+namespace
+{
+
+std::string plural(size_t n, const std::string &what)
+{
+    if (n == 1)
+        return "1 " + what;
+    // "entry" -> "entries", "canvas" -> "canvases"
+    if (what.back() == 'y')
+        return std::to_string(n) + " " + what.substr(0, what.size() - 1) + "ies";
+    return std::to_string(n) + " " + what + (what.back() == 's' ? "es" : "s");
+}
+
+std::string read_whole(const std::string &file)
+{
+    const int fd = open(file.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0)
+        throw io_error("cannot read " + file + ": " + strerror(errno));
+    struct stat st;
+    if (fstat(fd, &st) == 0 && S_ISDIR(st.st_mode)) {
+        close(fd);
+        throw io_error("cannot read " + file + ": " + strerror(EISDIR));
+    }
+    std::string text;
+    char buf[65536];
+    for (;;) {
+        const ssize_t n = read(fd, buf, sizeof buf);
+        if (n == 0)
+            break;
+        if (n < 0) {
+            if (errno == EINTR)
+                continue;
+            const int err = errno;
+            close(fd);
+            throw io_error("cannot read " + file + ": " + strerror(err));
+        }
+        text.append(buf, static_cast<size_t>(n));
+    }
+    close(fd);
+    return text;
+}
+
+// The line a message of the interpreter names ("FILE:LINE: ..."), whole
+// from its first character that is not blank: the run's closing message
+// when the script failed to parse or run.  0 when it names none.
+uint32_t message_line(const std::string &text)
+{
+    const size_t at = text.find("lua error msg is ");
+    if (at == std::string::npos)
+        return 0;
+    for (size_t c = text.find(':', at); c != std::string::npos; c = text.find(':', c + 1)) {
+        size_t d = c + 1;
+        while (d < text.size() && isdigit(static_cast<unsigned char>(text[d])))
+            ++d;
+        if (d > c + 1 && d + 1 < text.size() && text[d] == ':' && text[d + 1] == ' ')
+            return static_cast<uint32_t>(strtoul(text.c_str() + c + 1, nullptr, 10));
+    }
+    return 0;
+}
+
+// The span of line `line` of the text, from its first character that is
+// not blank to its end.
+src_span line_span(const std::string &text, uint32_t line)
+{
+    uint32_t at_line = 1;
+    size_t i = 0;
+    while (at_line < line && i < text.size()) {
+        const char c = text[i++];
+        if (c == '\n' || c == '\r') {
+            if (i < text.size() && (text[i] == '\n' || text[i] == '\r') && text[i] != c)
+                ++i;
+            ++at_line;
+        }
+    }
+    if (at_line != line)
+        return {};
+    const size_t start = i;
+    while (i < text.size() && (text[i] == ' ' || text[i] == '\t'))
+        ++i;
+    size_t end = i;
+    while (end < text.size() && text[end] != '\n' && text[end] != '\r')
+        ++end;
+    src_span s;
+    s.begin = {line, static_cast<uint32_t>(i - start + 1), static_cast<uint32_t>(i)};
+    s.end = {line, static_cast<uint32_t>(end - start + 1), static_cast<uint32_t>(end)};
+    return s;
+}
+
+// A syntax error near the first token of a line whose line above ends a
+// value ("'}' expected near 'fps'"): the mistake is the ',' missing at the
+// end of that line, which is where it is placed.
+void missing_separator(const std::string &text, log_line &l)
+{
+    const size_t near = l.text.find(" near '");
+    if (near == std::string::npos || l.text.find("expected") == std::string::npos)
+        return;
+    const size_t q = l.text.find('\'', near + 7);
+    const std::string token = l.text.substr(near + 7, q == std::string::npos ? 0 : q - near - 7);
+    if (token.empty() || text.compare(l.where.begin.offset, token.size(), token) != 0)
+        return;
+    // The last character of code before the line: blanks, and lines that
+    // hold only a comment, are passed over.
+    for (uint32_t line = l.where.begin.line - 1; line > 0; --line) {
+        src_span s = line_span(text, line);
+        std::string_view code = span_text(text, s);
+        if (code.empty() || code.starts_with("--"))
+            continue;
+        const size_t comment = code.find("--");
+        code = code.substr(0, comment == std::string::npos ? code.size() : comment);
+        while (!code.empty() && (code.back() == ' ' || code.back() == '\t'))
+            code.remove_suffix(1);
+        if (code.empty() || std::string_view(",;{([=").find(code.back()) != std::string_view::npos)
+            return;
+        s.begin.offset += static_cast<uint32_t>(code.size() - 1);
+        s.begin.col += static_cast<uint32_t>(code.size() - 1);
+        s.end = s.begin;
+        ++s.end.offset;
+        ++s.end.col;
+        l.where = s;
+        l.note = "is a ',' missing at the end of line " + std::to_string(line) + "?";
+        return;
+    }
+}
+
+} // namespace
+
+std::string script_model::summary() const
+{
+    switch (kind) {
+    case kiv_kind::calib:
+        return "calibration data, " + plural(static_cast<size_t>(calib_size), "item");
+    case kiv_kind::hevc:
+        return "HEVC scaling lists";
+    case kiv_kind::aisp:
+        return "custom AISP, " + plural(fill.nn_cnt, "network") + ", " +
+               plural(fill.filled, "interface entry");
+    case kiv_kind::multi_chan:
+        break;
+    }
+    return plural(cfg->chan_num, "channel") + ", " + plural(cfg->canvas_num, "canvas") + ", " +
+           plural(cfg->stream_num, "stream");
+}
+
+size_t script_model::absent_count() const
+{
+    size_t n = 0;
+    for (const log_line &l : log)
+        n += l.absent;
+    return n;
+}
+
+bool script_model::logged_errors() const
+{
+    for (const log_line &l : log)
+        if (l.level == 0)
+            return true;
+    return false;
+}
+
+std::vector<std::string> read_table::unread() const
+{
+    std::vector<std::string> out;
+    for (size_t i = 0; i < keys.size(); ++i)
+        if (!read[i])
+            out.push_back(keys[i]);
+    return out;
+}
+
+const place *script_model::place_at(const std::string &path) const
+{
+    if (named_index_.empty())
+        for (size_t i = 0; i < named.size(); ++i)
+            named_index_[named[i].first] = i;
+    auto it = named_index_.find(path);
+    return it == named_index_.end() ? nullptr : &named[it->second].second;
+}
+
+src_span script_model::where(const std::string &path) const
+{
+    std::string p = path;
+    for (;;) {
+        const place *at = place_at(p);
+        if (at && !at->where.none())
+            return at->where;
+        if (p.empty())
+            return {};
+        const size_t cut = p.find_last_of(".[");
+        p = cut == std::string::npos ? "" : p.substr(0, cut);
+    }
+}
+
+std::string script_model::written(const src_span &s) const
+{
+    return std::string(span_text(text, s));
+}
+
+script_model load_model(const std::string &file, const load_options &opt)
+{
+    return load_model_text(file, read_whole(file), opt);
+}
+
+script_model load_model_text(const std::string &file, std::string text, const load_options &opt)
+{
+    script_model m;
+    m.file = file;
+    m.text = std::move(text);
+    m.source = scan_source(m.text);
+    m.cfg = std::make_unique<kiv_multi_chan_cfg>();
+    m.hevc = std::make_unique<kiv_hevc_scaling_cfg>();
+    kiv_init(m.cfg.get());
+
+    kiv_any_load load{};
+    load.cfg = m.cfg.get();
+    load.hevc = m.hevc.get();
+    load.aisp = &m.aisp;
+    load.fill = &m.fill;
+    load.calib_room = [](void *ctx, uint32_t n) {
+        auto *items = static_cast<std::vector<kiv_calib_data_item> *>(ctx);
+        items->assign(n, {});
+        return items->data();
+    };
+    load.room_ctx = &m.calib;
+
+    // Each load starts at the same level: a script's log_level stays in
+    // force after its load and would otherwise change the next one's log.
+    kiv_set_log_level(opt.log_level);
+    reading r(m);
+    const kiv_watcher *outer = kiv_get_watcher();
+    kiv_set_watcher(r.watcher());
+    m.result = kiv_load_any(file.c_str(), m.text.data(), m.text.size(), &load);
+    kiv_set_watcher(outer);
+    m.kind = load.kind;
+    m.calib_size = load.calib_size;
+    m.ran = true;
+    for (log_line &l : m.log) {
+        if (l.text.find("lua error msg is ") == std::string::npos)
+            continue;
+        m.ran = false;
+        if (uint32_t line = message_line(l.text)) {
+            l.where = line_span(m.text, line);
+            l.path.clear();
+            missing_separator(m.text, l);
+        }
+    }
+    r.finish();
+    return m;
+}
+
+std::string dump_text(const kiv_multi_chan_cfg &cfg)
+{
+    char *buf = nullptr;
+    size_t len = 0;
+    FILE *out = open_memstream(&buf, &len);
+    if (!out)
+        throw io_error(std::string("cannot write the dump: ") + strerror(errno));
+    kiv_write_script(out, &cfg);
+    fclose(out);
+    std::string text(buf, len);
+    free(buf);
+    return text;
+}
+
+int32_t load_quietly(const std::string &file, const std::string &text, kiv_multi_chan_cfg *cfg)
+{
+    kiv_watcher quiet{};
+    quiet.log = [](void *, const char *, size_t) {};
+    const kiv_watcher *outer = kiv_get_watcher();
+    kiv_set_watcher(&quiet);
+    kiv_any_load load{};
+    load.cfg = cfg;
+    const int32_t ret = kiv_load_any(file.c_str(), text.data(), text.size(), &load);
+    kiv_set_watcher(outer);
+    return load.kind == kiv_kind::multi_chan ? ret : -1;
+}
+
+} // namespace kivtool

@@ -1,0 +1,150 @@
+// The model of a loaded script that every subcommand shares: one read of
+// the file, one run of the script through the library (the loader of its
+// kind, with its exact log and record), and what the reading saw, each
+// thing placed at the line and column of the script where it was written.
+//
+// The library stays the byte-exact loader it is; the model watches it
+// (kiv_watcher): the tables it enters, the keys it looks up, the values it
+// stores, the lines it logs, and every table the script makes, which the
+// source map (source.h) ties to the constructor that made it.  So a field
+// path resolves to where its value was written, through locals, globals,
+// function returns and loops alike, without changing what the script
+// computes.
+#ifndef KIV_TOOL_MODEL_MODEL_H
+#define KIV_TOOL_MODEL_MODEL_H
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "aisp/aisp.h"
+#include "core/any.h"
+#include "kiv.h"
+#include "model/source.h"
+
+namespace kivtool
+{
+
+// A line of the library's log and the place of the script being read when
+// it was printed.
+struct log_line {
+    uint8_t level = 0;   // 0 error, 1 warning, 3 debug
+    std::string text;    // byte for byte, its line feed included
+    std::string path;    // the field being read ("channels[0].vsrc.mode"); "" for the whole script
+    src_span where;      // none: no place in the script
+    bool absent = false; // an absent key's line ("... doesn't exist, set 0 by default")
+    int32_t table = -1;  // the table being read (index into script_model::tables), or -1
+    std::string note;    // what the tool adds ("is a ',' missing at the end of line 12?")
+};
+
+// A table the loader read: its string keys, which of them it read, and the
+// names it looked for that the table does not hold.
+struct read_table {
+    std::string path;              // the record path its keys are named under
+    int32_t ctor = -1;             // its constructor in the source map, or -1
+    std::vector<std::string> keys; // the string keys it holds, sorted
+    std::vector<char> read;        // keys[i] was looked up, or is known unread by a switch
+    // Names the loader looked up or knows there that the table does not
+    // hold: what a key no loader reads may have meant.
+    std::vector<std::string> missing;
+    // Read to its end: it was left with no ERROR logged since its last
+    // lookup (an ERROR that ends the reading of a table early would make
+    // every key after it look unknown).
+    bool whole = false;
+    // The keys no loader read here.
+    std::vector<std::string> unread() const;
+};
+
+// A place the reading named: a record path and where its value was written
+// (the key and its value), or for an absent key the constructor that lacks it.
+struct place {
+    src_span where; // the key and its value, or the constructor's '{'
+    src_span value; // the value alone
+    bool present = false;
+};
+
+struct script_model {
+    std::string file; // as given
+    std::string text; // what was run
+    src_map source;
+    kiv_kind kind = kiv_kind::multi_chan;
+    int32_t result = 0;
+    bool ran = false; // the script ran and its tables were read (no syntax error, no bound)
+    std::unique_ptr<kiv_multi_chan_cfg> cfg;
+    std::vector<kiv_calib_data_item> calib;
+    int32_t calib_size = 0;
+    std::unique_ptr<kiv_hevc_scaling_cfg> hevc;
+    kiv_aisp_cfg aisp{};
+    kiv_aisp_fill fill{};
+    std::vector<log_line> log;
+    std::vector<read_table> tables;
+    // Every record path the reading named and where, in reading order (a
+    // path named again: the last one counts, as in the record).
+    std::vector<std::pair<std::string, place>> named;
+    // Values the loader could not take as their key's type, and integers
+    // their field could not hold, found while reading: {path, message}.
+    struct slip {
+        std::string path;
+        std::string message;
+        src_span where;
+        bool wrong_type; // else a truncated value
+    };
+    std::vector<slip> slips;
+    // Ids given to more than one table of `channels` or `streams`:
+    // {"channels" or "streams", id, where each was written}.
+    struct duplicate {
+        std::string list;
+        int64_t id;
+        std::vector<src_span> where;
+    };
+    std::vector<duplicate> duplicates;
+
+    // "1 channel, 3 canvases, 2 streams", "calibration data, 12 items", ...
+    std::string summary() const;
+    // The number of absent-key lines in the log.
+    size_t absent_count() const;
+    // Whether the log has an ERROR line.
+    bool logged_errors() const;
+    // The place of a record path the reading named; null when it named none.
+    const place *place_at(const std::string &path) const;
+    // Where the value at a record path was written: the place of the path,
+    // or of the nearest enclosing one the reading named; none when the
+    // reading named none.
+    src_span where(const std::string &path) const;
+    // The text of the script at a span.
+    std::string written(const src_span &s) const;
+
+  private:
+    mutable std::unordered_map<std::string, size_t> named_index_; // made at the first place_at
+};
+
+struct load_options {
+    int log_level = 1; // the library's level at the start of the load
+};
+
+// Reads the file once and loads it once.  Throws io_error (common.h) when
+// the file cannot be read.
+script_model load_model(const std::string &file, const load_options &opt = {});
+// The same for a text not read from a file (an editor's buffer); `file`
+// names it in the messages.
+script_model load_model_text(const std::string &file, std::string text,
+                             const load_options &opt = {});
+
+// The canonical script the library's dump writes for a record, as text.
+std::string dump_text(const kiv_multi_chan_cfg &cfg);
+// Loads a multi-channel script given as text into cfg with no log at all
+// (the dump's reload); `file` names it.  The loader's result.
+int32_t load_quietly(const std::string &file, const std::string &text, kiv_multi_chan_cfg *cfg);
+
+// The field of constructor `ctor` of the source map that gives key `name`
+// (or, for a null name, element `index`, 0-based): the last one that
+// names it, as the last assignment wins; an element given by position
+// before one given as [i].  Null when the constructor has none (or ctor
+// is -1).
+const src_field *field_of(const src_map &source, int32_t ctor, const char *name, int32_t index);
+
+} // namespace kivtool
+
+#endif

@@ -1,0 +1,603 @@
+#include "model/reading.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+
+#include "channel/srcbuf.h"
+#include "model/names.h"
+
+namespace kivtool
+{
+
+namespace
+{
+
+// More tables than any configuration makes: past this many the origins of
+// further tables are not kept (a script that makes millions of tables gets
+// its findings placed at the nearest table that is known).
+constexpr size_t MAX_ORIGINS = 1u << 20;
+// More string keys than any configuration table holds: such a table is not
+// listed (no unknown keys are reported for it).
+constexpr size_t MAX_KEYS = 4096;
+
+std::string joined(const std::string &rec, const std::string &name)
+{
+    return rec.empty() ? name : rec + "." + name;
+}
+
+std::string indexed(const std::string &rec, int64_t index)
+{
+    return rec + "[" + std::to_string(index) + "]";
+}
+
+int buffer_index(const std::string &name)
+{
+    for (int b = 0; b < KIV_SRC_BUF_NUM; ++b)
+        if (name == kiv_src_buf_names[b])
+            return b;
+    return -1;
+}
+
+src_span joined_span(const src_span &a, const src_span &b)
+{
+    return {a.begin, b.end};
+}
+
+// The '{' of a constructor.
+src_span brace(const src_constructor &c)
+{
+    src_span s{c.span.begin, c.span.begin};
+    ++s.end.col;
+    ++s.end.offset;
+    return s;
+}
+
+} // namespace
+
+table_origins::table_origins(const src_map &source)
+{
+    for (size_t i = 0; i < source.constructors.size(); ++i) {
+        const src_constructor &c = source.constructors[i];
+        const src_function &fn = source.functions[static_cast<size_t>(c.function)];
+        sites_[{fn.line_defined, fn.last_line_defined, c.table_line}].push_back(
+            static_cast<int32_t>(i));
+    }
+}
+
+// The constructors at the line a function at `level` of the call stack is
+// running, and that site; null when it is no function of the script.
+const std::vector<int32_t> *table_origins::at(lua_State *L, int level, site *s) const
+{
+    lua_Debug ar;
+    if (!lua_getstack(L, level, &ar) || !lua_getinfo(L, "Sl", &ar) || ar.currentline < 0)
+        return nullptr;
+    *s = {static_cast<uint32_t>(ar.linedefined), static_cast<uint32_t>(ar.lastlinedefined),
+          static_cast<uint32_t>(ar.currentline)};
+    auto it = sites_.find(*s);
+    return it == sites_.end() ? nullptr : &it->second;
+}
+
+void table_origins::made(lua_State *L, const void *table)
+{
+    site s{};
+    const std::vector<int32_t> *c = at(L, 0, &s);
+    if (!c) {
+        made_.erase(table);
+        return;
+    }
+    // Tables made one after another at one site come from its constructors
+    // in the order they stand (a line of several constructors run once), or
+    // from them again and again (a loop on one line).
+    run_ = s == last_ ? run_ + 1 : 0;
+    last_ = s;
+    if (made_.size() >= MAX_ORIGINS && !made_.count(table))
+        return;
+    site caller{};
+    const std::vector<int32_t> *call = s.fn_line != 0 ? at(L, 1, &caller) : nullptr;
+    made_[table] = {c, (*c)[run_ % c->size()], call};
+}
+
+const std::vector<int32_t> *table_origins::call_site(const void *table) const
+{
+    auto it = made_.find(table);
+    return it == made_.end() ? nullptr : it->second.call;
+}
+
+int32_t table_origins::of(const void *table, int32_t hint) const
+{
+    auto it = made_.find(table);
+    if (it == made_.end())
+        return hint;
+    const std::vector<int32_t> &c = *it->second.candidates;
+    if (hint >= 0 && std::find(c.begin(), c.end(), hint) != c.end())
+        return hint;
+    return it->second.guess;
+}
+
+reading::reading(script_model &m) : m_(m), origins_(m.source)
+{
+    frame root;
+    root.kind = tkind::root;
+    root.index = 0;
+    m_.tables.emplace_back();
+    stack_.push_back(std::move(root));
+    w_.ctx = this;
+    w_.lookup = [](void *ctx, lua_State *L, const char *name, int32_t index, kiv_want want) {
+        static_cast<reading *>(ctx)->lookup(L, name, index, want);
+    };
+    w_.enter = [](void *ctx, lua_State *) { static_cast<reading *>(ctx)->enter(); };
+    w_.leave = [](void *ctx) { static_cast<reading *>(ctx)->leave(); };
+    w_.stored = [](void *ctx, const char *key, int32_t elem, int64_t held) {
+        static_cast<reading *>(ctx)->stored(key, elem, held);
+    };
+    w_.unread = [](void *ctx, const char *key) {
+        reading *r = static_cast<reading *>(ctx);
+        r->mark_read(r->stack_.back(), key, false);
+    };
+    w_.log = [](void *ctx, const char *text, size_t n) {
+        static_cast<reading *>(ctx)->logged(text, n);
+    };
+    w_.made_table = [](void *ctx, lua_State *L, const void *table) {
+        static_cast<reading *>(ctx)->origins_.made(L, table);
+    };
+}
+
+int32_t reading::ctor_of(lua_State *L, int idx, int32_t hint)
+{
+    const void *t = lua_topointer(L, idx);
+    auto it = ctors_.find(t);
+    if (it != ctors_.end())
+        return it->second;
+    const int32_t c = origins_.of(t, hint);
+    ctors_.emplace(t, c);
+    return c;
+}
+
+const src_field *field_of(const src_map &source, int32_t ctor, const char *name, int32_t index)
+{
+    if (ctor < 0 || static_cast<size_t>(ctor) >= source.constructors.size())
+        return nullptr;
+    const std::vector<src_field> &fs = source.constructors[static_cast<size_t>(ctor)].fields;
+    if (name) {
+        for (auto f = fs.rbegin(); f != fs.rend(); ++f)
+            if ((f->kind == src_field::named ||
+                 (f->kind == src_field::bracketed && f->literal_key)) &&
+                f->name == name)
+                return &*f;
+        return nullptr;
+    }
+    const src_field *bracketed = nullptr;
+    for (const src_field &f : fs) {
+        if (f.kind == src_field::positional && f.index == index + 1)
+            return &f;
+        if (f.kind == src_field::bracketed && f.literal_key && f.name.empty() &&
+            f.index == index + 1)
+            bracketed = &f;
+    }
+    return bracketed;
+}
+
+namespace
+{
+
+// Whether a value is written out in the script (a number, a string, a
+// table constructor, true, false or nil) rather than taken from a variable,
+// a call or an operation.
+bool literal(std::string_view v)
+{
+    if (v.empty())
+        return false;
+    const char c = v[0];
+    if (isdigit(static_cast<unsigned char>(c)) || c == '"' || c == '\'' || c == '{' || c == '[' ||
+        (c == '.' && v.size() > 1 && isdigit(static_cast<unsigned char>(v[1]))))
+        return true;
+    if (c == '-')
+        return literal(v.substr(1));
+    return v == "true" || v == "false" || v == "nil";
+}
+
+// Whether the literal `written` gives the value at idx; true when it is no
+// literal (then it cannot be told) or a string with escapes.
+bool gives(lua_State *L, int idx, std::string_view written)
+{
+    if (written.empty())
+        return true;
+    switch (lua_type(L, idx)) {
+    case LUA_TNUMBER: {
+        const std::string t(written);
+        char *end = nullptr;
+        if (lua_isinteger(L, idx)) {
+            errno = 0;
+            const long long v = strtoll(t.c_str(), &end, 0);
+            if (end && *end == '\0' && errno == 0)
+                return v == lua_tointeger(L, idx);
+        }
+        const double d = strtod(t.c_str(), &end);
+        if (end && *end == '\0')
+            return d == lua_tonumber(L, idx);
+        return !literal(written) || written[0] == '"' || written[0] == '\'' || written[0] == '{';
+    }
+    case LUA_TSTRING: {
+        if (written.size() < 2 || (written[0] != '"' && written[0] != '\''))
+            return !literal(written) || written[0] == '[';
+        const std::string_view inner = written.substr(1, written.size() - 2);
+        if (inner.find('\\') != std::string_view::npos)
+            return true;
+        size_t len = 0;
+        const char *v = lua_tolstring(L, idx, &len);
+        return inner == std::string_view(v, len);
+    }
+    case LUA_TBOOLEAN:
+        return written == (lua_toboolean(L, idx) ? "true" : "false") || !literal(written);
+    default:
+        return !literal(written) || written[0] == '{';
+    }
+}
+
+} // namespace
+
+// Where key `name` (or element `index`) of `table` was written: its field in
+// the table's constructor; but when that field only passes on a value (`id =
+// o.id` in a function that builds the table), the field of that name in
+// the constructors of the call that made the table, where the value itself
+// stands.
+const src_field *reading::find_field(int32_t ctor, const char *name, int32_t index)
+{
+    if (ctor < 0 || static_cast<size_t>(ctor) >= m_.source.constructors.size())
+        return nullptr;
+    if (fields_.empty())
+        fields_.resize(m_.source.constructors.size());
+    std::unique_ptr<field_index> &fi = fields_[static_cast<size_t>(ctor)];
+    const std::vector<src_field> &fs = m_.source.constructors[static_cast<size_t>(ctor)].fields;
+    if (!fi) {
+        fi = std::make_unique<field_index>();
+        for (size_t i = 0; i < fs.size(); ++i) {
+            const src_field &f = fs[i];
+            if (f.kind == src_field::positional)
+                fi->positions.push_back(static_cast<int32_t>(i));
+            else if (f.kind == src_field::named || (f.literal_key && !f.name.empty()))
+                fi->names.emplace_back(f.name, static_cast<int32_t>(i));
+        }
+        // Sorted by name, the last field of a name after the others.
+        std::stable_sort(fi->names.begin(), fi->names.end(),
+                         [](const auto &a, const auto &b) { return a.first < b.first; });
+    }
+    if (name) {
+        const std::string_view n(name);
+        auto it = std::upper_bound(fi->names.begin(), fi->names.end(), n,
+                                   [](std::string_view v, const auto &e) { return v < e.first; });
+        if (it == fi->names.begin() || (it - 1)->first != n)
+            return nullptr;
+        return &fs[static_cast<size_t>((it - 1)->second)];
+    }
+    if (index >= 0 && static_cast<size_t>(index) < fi->positions.size())
+        return &fs[static_cast<size_t>(fi->positions[static_cast<size_t>(index)])];
+    return field_of(m_.source, ctor, nullptr, index); // an element given as [i]
+}
+
+place reading::place_of(const void *table, int32_t ctor, const char *name, int32_t index)
+{
+    const src_field *f = find_field(ctor, name, index);
+    const std::vector<int32_t> *call = table && name ? origins_.call_site(table) : nullptr;
+    if (call && (!f || !literal(span_text(m_.text, f->value))))
+        for (int32_t c : *call)
+            if (const src_field *g = find_field(c, name, -1))
+                return {joined_span(g->key, g->value), g->value, true};
+    if (f)
+        return {joined_span(f->key, f->value), f->value, true};
+    if (ctor >= 0)
+        return {brace(m_.source.constructors[static_cast<size_t>(ctor)]), {}, false};
+    return {};
+}
+
+// The place of a value that its table's constructor does not give (the
+// script patched it in afterwards: `cfg.channels[1].vsrc.bits = 10`): the
+// last assignment to that key whose value gives it.  Without one, the
+// constructor's '{': better no place for the value than a wrong one.
+place reading::patched(lua_State *L, int32_t ctor, const char *name, int32_t index)
+{
+    const src_assignment *found = nullptr;
+    for (const src_assignment &a : m_.source.assignments) {
+        if (!a.literal_key || (name ? a.name != name : !a.name.empty() || a.index != index + 1))
+            continue;
+        if (gives(L, -1, span_text(m_.text, a.value)))
+            found = &a;
+    }
+    if (found)
+        return {joined_span(found->key, found->value), found->value, true};
+    if (ctor >= 0)
+        return {brace(m_.source.constructors[static_cast<size_t>(ctor)]), {}, false};
+    return {};
+}
+
+void reading::note_place(const std::string &path, const place &p)
+{
+    m_.named.emplace_back(path, p);
+}
+
+// A name the loader looked up in (or knows for) the table of frame f.
+void reading::mark_read(frame &f, const char *name, bool present)
+{
+    read_table &t = m_.tables[f.index];
+    if (present || f.collected) {
+        auto it = std::lower_bound(t.keys.begin(), t.keys.end(), std::string_view(name),
+                                   [](const std::string &k, std::string_view n) { return k < n; });
+        if (it != t.keys.end() && *it == name) {
+            t.read[static_cast<size_t>(it - t.keys.begin())] = 1;
+            return;
+        }
+    }
+    if (std::find(t.missing.begin(), t.missing.end(), name) == t.missing.end())
+        t.missing.emplace_back(name);
+}
+
+void reading::collect(lua_State *L, frame &f)
+{
+    f.collected = true;
+    std::vector<std::string> &keys = m_.tables[f.index].keys;
+    if (lua_type(L, -2) != LUA_TTABLE)
+        return;
+    const int t = lua_absindex(L, -2);
+    lua_pushnil(L);
+    while (lua_next(L, t) != 0) {
+        if (lua_type(L, -2) == LUA_TSTRING && keys.size() <= MAX_KEYS)
+            keys.emplace_back(lua_tostring(L, -2));
+        lua_settop(L, -2);
+    }
+    std::sort(keys.begin(), keys.end());
+    m_.tables[f.index].read.assign(keys.size(), 0);
+}
+
+void reading::lookup(lua_State *L, const char *name, int32_t index, kiv_want want)
+{
+    frame &f = stack_.back();
+    if (!f.table) { // the global table, first looked into now
+        f.table = lua_topointer(L, -2);
+        f.ctor = ctor_of(L, -2, -1);
+    }
+    // An element of the array that field `name` holds (the array is at -2).
+    const bool element = name && index >= 0;
+    if (!f.collected && !element)
+        collect(L, f);
+    f.pending_error = false;
+    last_named_ = name != nullptr;
+    last_name_ = name ? name : "";
+    last_index_ = index;
+    const int32_t in = element ? ctor_of(L, -2, -1) : f.ctor;
+    const void *holder = element ? lua_topointer(L, -2) : f.table;
+    const char *key = element ? nullptr : name;
+    std::string path = element ? indexed(joined(f.rec, name), index)
+                       : name  ? joined(f.rec, name)
+                               : indexed(f.rec, index);
+    if (key)
+        mark_read(f, key, lua_type(L, -1) != LUA_TNIL);
+    cur_ = place_of(holder, in, key, index);
+    // A table the field only names (a local, a parameter) is placed where
+    // it was made; one the field writes out, or makes by a call, there.
+    if (lua_type(L, -1) == LUA_TTABLE) {
+        const src_field *fl = find_field(in, key, index);
+        const int32_t made = ctor_of(L, -1, fl ? fl->constructor : -1);
+        const std::string_view v = cur_.present ? span_text(m_.text, cur_.value) : "";
+        if (made >= 0 && !literal(v) && v.find('(') == std::string_view::npos) {
+            const src_constructor &c = m_.source.constructors[static_cast<size_t>(made)];
+            cur_ = {c.span, c.span, true};
+        }
+    }
+    if (lua_type(L, -1) != LUA_TNIL && lua_type(L, -1) != LUA_TTABLE &&
+        (!cur_.present || !gives(L, -1, span_text(m_.text, cur_.value))))
+        cur_ = patched(L, in, key, index);
+    cur_path_ = path;
+    // An element of `channels` or `streams` is the record its id names,
+    // placed when its id is read.
+    if (name || (f.kind != tkind::channels && f.kind != tkind::streams))
+        note_place(path, cur_);
+    if (lua_type(L, -1) != LUA_TNIL)
+        check_type(L, f, name, index, want, path);
+}
+
+// A value the loader cannot take as the type it wants, and the id of a
+// channel or stream, which names the record the rest of its table goes to.
+void reading::check_type(lua_State *L, frame &f, const char *name, int32_t index, kiv_want want,
+                         const std::string &path)
+{
+    const bool element = name && index >= 0;
+    // The value as written, short (only asked for when there is a slip).
+    auto written = [&] {
+        std::string w = cur_.present ? m_.written(cur_.value) : "";
+        return w.empty() || w.size() > 40 || w.find('\n') != std::string::npos
+                   ? describe_value(L, -1)
+                   : w;
+    };
+    const std::string key = element ? indexed(name, index) : name ? name : path;
+    switch (want) {
+    case KIV_WANT_ANY:
+        return;
+    case KIV_WANT_INTEGER: {
+        int ok = 0;
+        const int64_t v = lua_tointegerx(L, -1, &ok);
+        if (!ok) {
+            slip(f, key, path, written() + " is not an integer: loaded as 0", true);
+            return;
+        }
+        f.given[key] = v;
+        if (element || !name || strcmp(name, "id") != 0 ||
+            (f.kind != tkind::channel && f.kind != tkind::stream))
+            return;
+        const bool chan = f.kind == tkind::channel;
+        f.rec = indexed(chan ? "channels" : "streams", v);
+        m_.tables[f.index].path = f.rec;
+        note_place(f.rec, f.self);
+        note_place(joined(f.rec, "id"), cur_);
+        ids_[chan ? 0 : 1].emplace_back(v, cur_.where);
+        return;
+    }
+    case KIV_WANT_STRING:
+        if (lua_type(L, -1) != LUA_TSTRING && lua_type(L, -1) != LUA_TNUMBER)
+            slip(f, key, path, written() + ", not a string: taken as absent", true);
+        return;
+    case KIV_WANT_TABLE:
+    case KIV_WANT_ARRAY:
+        if (lua_type(L, -1) != LUA_TTABLE)
+            slip(f, key, path,
+                 written() + (want == KIV_WANT_TABLE ? ", not a table" : ", not an array") +
+                     ": taken as absent",
+                 true);
+        return;
+    }
+}
+
+void reading::slip(frame &f, const std::string &key, const std::string &path,
+                   const std::string &message, bool wrong_type)
+{
+    if (std::find(f.reported.begin(), f.reported.end(), key) != f.reported.end())
+        return;
+    f.reported.push_back(key);
+    m_.slips.push_back({path, message, cur_.where, wrong_type});
+}
+
+void reading::enter()
+{
+    const frame &p = stack_.back();
+    frame f;
+    f.pass = p.pass;
+    f.chan_rec = p.chan_rec;
+    f.rec = last_named_ ? joined(p.rec, last_name_) : indexed(p.rec, last_index_);
+    f.self = cur_;
+    name_entered(p, f);
+    f.index = m_.tables.size();
+    m_.tables.emplace_back();
+    m_.tables.back().path = f.rec;
+    if (f.kind != tkind::channel && f.kind != tkind::stream)
+        note_place(f.rec, f.self);
+    stack_.push_back(std::move(f));
+}
+
+// What the table entered is, and so the record path its keys take: the
+// buffers of a channel pass are src_buf[pass][buffer], a further pass is
+// pass_cfg[pass].
+void reading::name_entered(const frame &p, frame &f)
+{
+    const std::string &n = last_name_;
+    switch (p.kind) {
+    case tkind::root:
+        f.kind = n == "channels" ? tkind::channels : n == "streams" ? tkind::streams : tkind::other;
+        return;
+    case tkind::channels:
+        f.kind = tkind::channel;
+        return;
+    case tkind::streams:
+        f.kind = tkind::stream;
+        return;
+    case tkind::channel:
+    case tkind::pass: {
+        const std::string &chan = p.kind == tkind::channel ? p.rec : p.chan_rec;
+        if (int b = buffer_index(n); b >= 0) {
+            f.rec = chan + ".src_buf[" + std::to_string(p.pass) + "][" + std::to_string(b) + "]";
+        } else if (p.kind == tkind::channel && n.starts_with("pass_")) {
+            f.kind = tkind::pass;
+            f.pass = atoi(n.c_str() + 5);
+            f.chan_rec = chan;
+            f.rec = chan + ".pass_cfg[" + std::to_string(f.pass) + "]";
+        } else if (n == "pyramid") {
+            f.kind = tkind::pyramid;
+        } else if (n == "vsrc") {
+            f.kind = tkind::vsrc;
+        }
+        return;
+    }
+    default:
+        return;
+    }
+}
+
+void reading::leave()
+{
+    if (stack_.size() <= 1)
+        return;
+    close(stack_.back(), !stack_.back().pending_error);
+    stack_.pop_back();
+}
+
+void reading::close(frame &f, bool whole)
+{
+    read_table &t = m_.tables[f.index];
+    t.path = f.rec;
+    t.ctor = f.ctor;
+    t.whole = whole && f.collected && t.keys.size() <= MAX_KEYS;
+}
+
+void reading::stored(const char *key, int32_t elem, int64_t held)
+{
+    frame &f = stack_.back();
+    const std::string k = elem < 0 ? std::string(key) : indexed(key, elem);
+    auto it = f.given.find(k);
+    if (it == f.given.end() || it->second == held)
+        return;
+    const int64_t given = it->second;
+    const std::string path = joined(f.rec, k);
+    // Its lookup was one of the last few (an array's elements are stored
+    // after all of them were looked up).
+    const place *at = nullptr;
+    for (size_t i = m_.named.size(), n = 0; i-- > 0 && n < 16 && !at; ++n)
+        if (m_.named[i].first == path)
+            at = &m_.named[i].second;
+    const std::string written = at && at->present ? m_.written(at->value) : "";
+    const std::string shown = written.empty() || written == std::to_string(given)
+                                  ? std::to_string(given)
+                                  : written + " (" + std::to_string(given) + ")";
+    const char *how = given < 0 && held >= 0 ? "its sign is lost" : "its high bits are dropped";
+    const src_span where = at ? at->where : cur_.where;
+    if (std::find(f.reported.begin(), f.reported.end(), k) != f.reported.end())
+        return;
+    f.reported.push_back(k);
+    m_.slips.push_back(
+        {path, shown + " does not fit the field (" + how + "): stored as " + std::to_string(held),
+         where, false});
+}
+
+void reading::logged(const char *text, size_t n)
+{
+    log_line l;
+    l.text.assign(text, n);
+    l.level = l.text.starts_with("KIV_ERROR") ? 0 : l.text.starts_with("KIV_WARN") ? 1 : 3;
+    l.path = cur_path_;
+    l.where = cur_.where;
+    l.absent = l.level == 1 && (l.text.find("doesn't exist") != std::string::npos ||
+                                l.text.find("doesn't exit") != std::string::npos ||
+                                l.text.find("doen't exist") != std::string::npos);
+    l.table = static_cast<int32_t>(stack_.back().index);
+    if (l.level == 0)
+        for (frame &f : stack_)
+            f.pending_error = true;
+    m_.log.push_back(std::move(l));
+}
+
+void reading::finish()
+{
+    while (stack_.size() > 1) {
+        close(stack_.back(), false);
+        stack_.pop_back();
+    }
+    // The global table was read to its end when the load succeeded.
+    close(stack_.back(), m_.ran && m_.result == 0);
+    static const char *const LISTS[] = {"channels", "streams"};
+    for (int l = 0; l < 2; ++l) {
+        std::vector<std::pair<int64_t, src_span>> &ids = ids_[l];
+        std::stable_sort(ids.begin(), ids.end(),
+                         [](const auto &a, const auto &b) { return a.first < b.first; });
+        for (size_t i = 0; i < ids.size();) {
+            size_t j = i;
+            script_model::duplicate d{LISTS[l], ids[i].first, {}};
+            for (; j < ids.size() && ids[j].first == ids[i].first; ++j)
+                d.where.push_back(ids[j].second);
+            if (d.where.size() > 1)
+                m_.duplicates.push_back(std::move(d));
+            i = j;
+        }
+    }
+}
+
+} // namespace kivtool

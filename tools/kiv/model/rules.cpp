@@ -1,0 +1,1011 @@
+#include "model/rules.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cstring>
+
+#include "canvas/canvas.h"
+#include "channel/srcbuf.h"
+#include "common.h"
+#include "model/names.h"
+#include "records.h"
+#include "render.h"
+#include "vsrc/vsrc.h"
+
+namespace kivtool
+{
+
+const char *severity_name(severity s)
+{
+    switch (s) {
+    case severity::info:
+        return "info";
+    case severity::warning:
+        return "warning";
+    case severity::error:
+        return "error";
+    }
+    return "error";
+}
+
+namespace
+{
+
+using findings = std::vector<finding>;
+
+void add(findings &out, const char *id, std::string path, std::string message, src_span where)
+{
+    out.push_back({find_rule(id), std::move(path), std::move(message), where});
+}
+
+std::string num(int64_t v)
+{
+    return std::to_string(v);
+}
+
+std::string size_text(uint64_t w, uint64_t h)
+{
+    return num(static_cast<int64_t>(w)) + "x" + num(static_cast<int64_t>(h));
+}
+
+// ---------------------------------------------------------------------------
+// The library's own verdict: the lines it logged, placed where it was
+// reading when it logged them.
+
+// The text of a library line without its tag, "fn(line): " and line feed.
+std::string library_text(const std::string &line)
+{
+    size_t at = line.find("): ");
+    std::string t = at == std::string::npos ? line : line.substr(at + 3);
+    while (!t.empty() && (t.back() == '\n' || t.back() == ' '))
+        t.pop_back();
+    std::replace(t.begin(), t.end(), '\n', ' ');
+    return t;
+}
+
+// The lines a parser logs after the line that says what failed: they only
+// pass the failure on.
+bool passes_on(const std::string &t)
+{
+    static const char *const WRAPPERS[] = {"get channel config error",
+                                           "get chan group config error",
+                                           "get canvas config error",
+                                           "get stream config error",
+                                           "get vsrc config of channel(",
+                                           "get img_stats_src_chan of channel(",
+                                           "get network bootup param error",
+                                           "get custom nn info error",
+                                           "The virtual mode config is incorrect",
+                                           "set canvas id("};
+    for (const char *w : WRAPPERS)
+        if (t.starts_with(w))
+            return true;
+    return false;
+}
+
+// ---------------------------------------------------------------------------
+// Keys, as the loader read them.
+
+void unknown_key(const script_model &m, findings &out)
+{
+    for (const read_table &t : m.tables) {
+        if (!t.whole)
+            continue;
+        for (const std::string &k : t.unread()) {
+            // Written in the table, or patched in afterwards.
+            const src_field *f = field_of(m.source, t.ctor, k.c_str(), -1);
+            src_span where = f ? f->key : src_span{};
+            for (const src_assignment &a : m.source.assignments)
+                if (!f && a.literal_key && a.name == k)
+                    where = a.key;
+            add(out, "unknown-key", t.path.empty() ? k : t.path + "." + k,
+                "no loader reads `" + k + "` here: it is ignored" + did_you_mean(k, t.missing),
+                where);
+        }
+    }
+}
+
+void slips(const script_model &m, findings &out, bool wrong_type)
+{
+    for (const script_model::slip &s : m.slips)
+        if (s.wrong_type == wrong_type)
+            add(out, wrong_type ? "wrong-type" : "truncated-value", s.path, s.message, s.where);
+}
+
+void wrong_type(const script_model &m, findings &out)
+{
+    slips(m, out, true);
+}
+
+void truncated_value(const script_model &m, findings &out)
+{
+    slips(m, out, false);
+}
+
+void duplicate_id(const script_model &m, findings &out)
+{
+    for (const script_model::duplicate &d : m.duplicates) {
+        // Channels with one id fail the load, which says so.
+        if (d.list == "channels" && m.result != 0)
+            continue;
+        for (size_t i = 1; i < d.where.size(); ++i)
+            add(out, "duplicate-id", d.list + "[" + num(d.id) + "]",
+                "another " + (d.list == "streams" ? std::string("stream") : "channel") +
+                    " has the id " + num(d.id) + " (the first is at line " +
+                    num(d.where[0].begin.line) + "): it replaces the first, which is lost",
+                d.where[i]);
+    }
+}
+
+// ---------------------------------------------------------------------------
+// The record as loaded: what loads but cannot work as meant.
+
+bool multi(const script_model &m)
+{
+    return m.kind == kiv_kind::multi_chan && m.result == 0;
+}
+
+// Whether the load logged an ERROR while it read `path` or inside it: the
+// part was left partly read, and a rule about its values would judge
+// values that were never read.
+bool cut_short(const script_model &m, const std::string &path)
+{
+    for (const log_line &l : m.log)
+        if (l.level == 0 &&
+            (l.path == path || l.path.starts_with(path + ".") || l.path.starts_with(path + "[")))
+            return true;
+    return false;
+}
+
+int chans(const kiv_multi_chan_cfg &c)
+{
+    return std::min<int>(c.chan_num, 3);
+}
+
+int canvases(const kiv_multi_chan_cfg &c)
+{
+    return std::min<int>(c.canvas_num, 12);
+}
+
+std::string buffer_name(int c, int p, int b)
+{
+    std::string n = "chan_" + num(c) + "." + kiv_src_buf_names[b];
+    return p ? n + "_" + num(p) : n;
+}
+
+std::string buffer_path(int c, int p, int b)
+{
+    return "channels[" + num(c) + "].src_buf[" + num(p) + "][" + num(b) + "]";
+}
+
+bool has_windows(const kiv_src_buf_cfg &sb)
+{
+    return sb.max_output[0] || sb.max_output[1] ||
+           std::any_of(sb.input, sb.input + 4, [](uint32_t v) { return v; }) ||
+           std::any_of(sb.output, sb.output + 4, [](uint32_t v) { return v; });
+}
+
+// A window as the script wrote it, with what was stored when that differs
+// ({-100, 0, 640, 360} is stored as {4294967196, 0, 640, 360}).
+std::string window_text(const script_model &m, const std::string &path, const uint32_t *w)
+{
+    const std::string stored =
+        "{" + num(w[0]) + ", " + num(w[1]) + ", " + num(w[2]) + ", " + num(w[3]) + "}";
+    const place *at = m.place_at(path);
+    if (!at || !at->present)
+        return stored;
+    std::string written = m.written(at->value);
+    if (written.size() > 60 || written.find('\n') != std::string::npos)
+        return stored;
+    std::string compact;
+    for (char ch : written)
+        if (ch != ' ' && ch != '\t')
+            compact += ch;
+    std::string plain;
+    for (char ch : stored)
+        if (ch != ' ')
+            plain += ch;
+    return compact == plain ? stored : written + " (stored as " + stored + ")";
+}
+
+void vsrc_conflict(const script_model &m, findings &out)
+{
+    if (!multi(m))
+        return;
+    const kiv_multi_chan_cfg &cfg = *m.cfg;
+    const record_desc *vsrc_desc = nullptr;
+    for (const field &f : multi_chan_desc().members)
+        if (std::string(f.name) == "channels")
+            for (const field &cf : f.elem->rec->members)
+                if (std::string(cf.name) == "vsrc")
+                    vsrc_desc = cf.rec;
+    for (int j = 0; j < chans(cfg); ++j) {
+        const kiv_vsrc_cfg &vj = cfg.channels[j].vsrc;
+        for (int i = 0; i < j; ++i) {
+            const kiv_vsrc_cfg &vi = cfg.channels[i].vsrc;
+            if (vi.vsrc_id != vj.vsrc_id)
+                continue;
+            std::vector<leaf_value> a = flatten(*vsrc_desc, &vi), b = flatten(*vsrc_desc, &vj);
+            for (size_t k = 0; k < a.size(); ++k) {
+                if (a[k].value == b[k].value)
+                    continue;
+                const std::string path = "channels[" + num(j) + "].vsrc";
+                add(out, "vsrc-conflict", path,
+                    "vsrc_id " + num(vj.vsrc_id) + " is channel " + num(i) +
+                        "'s source too, which differs in " + a[k].path + " (" + a[k].value +
+                        ", here " + b[k].value + "): the dump writes vsrc_" + num(vj.vsrc_id) +
+                        " once, from channel " + num(i),
+                    m.where(path + "." + a[k].path));
+                break;
+            }
+            break;
+        }
+    }
+}
+
+// Calls fn(c, p, b, buffer) for every buffer of every pass of every channel.
+template <typename F>
+void each_buffer(const kiv_multi_chan_cfg &cfg, F fn)
+{
+    for (int c = 0; c < chans(cfg); ++c)
+        for (int p = 0; p < std::min<int>(cfg.channels[c].pass_num, 2); ++p)
+            for (int b = 0; b < KIV_SRC_BUF_NUM; ++b)
+                fn(c, p, b, cfg.channels[c].src_buf[p][b]);
+}
+
+void unbound_buffer(const script_model &m, findings &out)
+{
+    if (!multi(m))
+        return;
+    each_buffer(*m.cfg, [&](int c, int p, int b, const kiv_src_buf_cfg &sb) {
+        if (sb.canvas_id == -1 && has_windows(sb))
+            add(out, "unbound-buffer", buffer_path(c, p, b),
+                buffer_name(c, p, b) + " has windows but no canvas names it: the dump writes it as "
+                                       "zeros",
+                m.where(buffer_path(c, p, b)));
+    });
+}
+
+void output_over_max(const script_model &m, findings &out)
+{
+    if (!multi(m))
+        return;
+    each_buffer(*m.cfg, [&](int c, int p, int b, const kiv_src_buf_cfg &sb) {
+        if (sb.canvas_id == -1 ||
+            (sb.output[2] <= sb.max_output[0] && sb.output[3] <= sb.max_output[1]))
+            return;
+        const std::string path = buffer_path(c, p, b) + ".output";
+        add(out, "output-over-max", path,
+            "the output window " + size_text(sb.output[2], sb.output[3]) +
+                " is larger than max_output " + size_text(sb.max_output[0], sb.max_output[1]),
+            m.where(path));
+    });
+}
+
+void window_outside_canvas(const script_model &m, findings &out)
+{
+    if (!multi(m))
+        return;
+    const kiv_multi_chan_cfg &cfg = *m.cfg;
+    each_buffer(cfg, [&](int c, int p, int b, const kiv_src_buf_cfg &sb) {
+        if (sb.canvas_id < 0 || sb.canvas_id >= canvases(cfg))
+            return;
+        const kiv_canvas_cfg &cv = cfg.canvas[sb.canvas_id];
+        const uint64_t right = uint64_t{sb.output[0]} + sb.output[2];
+        const uint64_t bottom = uint64_t{sb.output[1]} + sb.output[3];
+        if (right <= cv.width && bottom <= cv.height)
+            return;
+        const std::string path = buffer_path(c, p, b) + ".output";
+        add(out, "window-outside-canvas", path,
+            buffer_name(c, p, b) + "'s output window " + window_text(m, path, sb.output) +
+                " reaches (" + num(static_cast<int64_t>(right)) + ", " +
+                num(static_cast<int64_t>(bottom)) + "), beyond canvas " + num(sb.canvas_id) + " (" +
+                size_text(cv.width, cv.height) + ")",
+            m.where(path));
+    });
+}
+
+void overlapping_windows(const script_model &m, findings &out)
+{
+    if (!multi(m))
+        return;
+    struct placed {
+        std::string name;
+        const uint32_t *out;
+    };
+    std::vector<std::vector<placed>> on(12);
+    each_buffer(*m.cfg, [&](int c, int p, int b, const kiv_src_buf_cfg &sb) {
+        if (sb.canvas_id < 0 || sb.canvas_id >= canvases(*m.cfg))
+            return;
+        const uint64_t right = uint64_t{sb.output[0]} + sb.output[2];
+        const uint64_t bottom = uint64_t{sb.output[1]} + sb.output[3];
+        for (const placed &o : on[static_cast<size_t>(sb.canvas_id)]) {
+            const uint64_t l = std::max(o.out[0], sb.output[0]),
+                           t = std::max(o.out[1], sb.output[1]);
+            const uint64_t r = std::min(uint64_t{o.out[0]} + o.out[2], right);
+            const uint64_t bm = std::min(uint64_t{o.out[1]} + o.out[3], bottom);
+            if (l < r && t < bm) {
+                const std::string path = buffer_path(c, p, b) + ".output";
+                add(out, "overlapping-windows", path,
+                    buffer_name(c, p, b) + "'s output window overlaps " + o.name + "'s on canvas " +
+                        num(sb.canvas_id),
+                    m.where(path));
+            }
+        }
+        on[static_cast<size_t>(sb.canvas_id)].push_back({buffer_name(c, p, b), sb.output});
+    });
+}
+
+// The picture a video source gives: its virtual mode's size, or the size
+// its mode's name states ("1080p" is mode 40, which "1920x1080" names too).
+bool source_size(const kiv_vsrc_cfg &v, uint32_t &w, uint32_t &h)
+{
+    if (v.virt_mode_cfg_enable) {
+        w = v.virt_mode_cfg.width;
+        h = v.virt_mode_cfg.height;
+        return w && h;
+    }
+    for (const kiv_name_id &row : vin_mode_table)
+        if (row.id == v.mode && v.mode > 0 && sscanf(row.name, "%ux%u", &w, &h) == 2)
+            return true;
+    return false;
+}
+
+void input_outside_source(const script_model &m, findings &out)
+{
+    if (!multi(m))
+        return;
+    each_buffer(*m.cfg, [&](int c, int p, int b, const kiv_src_buf_cfg &sb) {
+        uint32_t w = 0, h = 0;
+        if (p != 0 || !has_windows(sb) || !source_size(m.cfg->channels[c].vsrc, w, h))
+            return;
+        const uint64_t right = uint64_t{sb.input[0]} + sb.input[2];
+        const uint64_t bottom = uint64_t{sb.input[1]} + sb.input[3];
+        if (right <= w && bottom <= h)
+            return;
+        const std::string path = buffer_path(c, p, b) + ".input";
+        add(out, "input-outside-source", path,
+            buffer_name(c, p, b) + "'s input window " + window_text(m, path, sb.input) +
+                " reaches (" + num(static_cast<int64_t>(right)) + ", " +
+                num(static_cast<int64_t>(bottom)) + "), beyond the " + size_text(w, h) +
+                " picture of its source",
+            m.where(path));
+    });
+}
+
+// A rate as the script gave it: thousandths with enable_hp_fps, else whole
+// frames.
+std::string rate_text(bool hp, uint32_t thousandths)
+{
+    if (!hp)
+        return num(thousandths / 1000);
+    return num(thousandths);
+}
+
+void resample_above_source(const script_model &m, findings &out)
+{
+    if (!multi(m))
+        return;
+    const kiv_multi_chan_cfg &cfg = *m.cfg;
+    for (int c = 0; c < chans(cfg); ++c) {
+        const kiv_channel_cfg &ch = cfg.channels[c];
+        if (!ch.idsp_fps_hp || !ch.vsrc.fps_hp || ch.idsp_fps_hp <= ch.vsrc.fps_hp)
+            continue;
+        const std::string path = "channels[" + num(c) + "].idsp_fps";
+        add(out, "resample-above-source", path,
+            "idsp_fps " + rate_text(cfg.enable_hp_fps, ch.idsp_fps_hp) +
+                " is above the frame rate of the channel's source (fps " +
+                rate_text(cfg.enable_hp_fps, ch.vsrc.fps_hp) +
+                "): a channel cannot make frames its source does not give",
+            m.where(path));
+    }
+}
+
+// Rates written in the other unit than enable_hp_fps says: with it set,
+// 30 is 0.03 frames per second; without it, 30000 is thirty thousand.  When
+// every rate of the script is in the other unit, the flag is what is wrong:
+// one finding there; otherwise one at each rate that stands out.
+void rate_units(const script_model &m, findings &out)
+{
+    if (!multi(m))
+        return;
+    const kiv_multi_chan_cfg &cfg = *m.cfg;
+    const bool hp = cfg.enable_hp_fps;
+    struct rate {
+        std::string path;
+        uint32_t thousandths;
+    };
+    std::vector<rate> rates;
+    for (int c = 0; c < chans(cfg); ++c) {
+        const kiv_channel_cfg &ch = cfg.channels[c];
+        const std::string at = "channels[" + num(c) + "]";
+        rates.push_back({at + ".vsrc.fps", ch.vsrc.fps_hp});
+        rates.push_back({at + ".idsp_fps", ch.idsp_fps_hp});
+        rates.push_back({at + ".pyramid.frame_rate", ch.pyramid.frame_rate_hp});
+    }
+    for (int i = 0; i < canvases(cfg); ++i)
+        rates.push_back({"canvas[" + num(i) + "].frame_rate", cfg.canvas[i].frame_rate_hp});
+    std::erase_if(rates, [](const rate &r) { return r.thousandths == 0; });
+    auto odd = [&](const rate &r) { return hp ? r.thousandths < 1000 : r.thousandths >= 1000000; };
+    const size_t n = static_cast<size_t>(std::count_if(rates.begin(), rates.end(), odd));
+    if (n == 0)
+        return;
+    const char *unit = hp ? "in thousandths of a frame per second" : "in whole frames per second";
+    if (n == rates.size() && n > 1) {
+        const rate &r = rates.front();
+        add(out, "rate-units", "enable_hp_fps",
+            std::string("enable_hp_fps = ") + (hp ? "1" : "0") + " makes every rate " + unit +
+                ", but all " + num(static_cast<int64_t>(n)) + " rates are written " +
+                (hp ? "in whole frames (" + r.path + " = " + num(r.thousandths) + " is " +
+                          num(r.thousandths) + "/1000 frames per second): give enable_hp_fps = 0"
+                    : "in thousandths (" + r.path + " = " + num(r.thousandths / 1000) +
+                          "): give enable_hp_fps = 1"),
+            m.where("enable_hp_fps"));
+        return;
+    }
+    for (const rate &r : rates) {
+        if (!odd(r))
+            continue;
+        add(out, "rate-units", r.path,
+            hp ? "with enable_hp_fps = 1 rates are " + std::string(unit) + ": " +
+                     num(r.thousandths) + " is " + num(r.thousandths) +
+                     "/1000 frames per second; write " + num(r.thousandths * 1000) + " for " +
+                     num(r.thousandths)
+               : "without enable_hp_fps = 1 rates are " + std::string(unit) + ": " +
+                     num(r.thousandths / 1000) + " frames per second",
+            m.where(r.path));
+    }
+}
+
+void pyramid_source(const script_model &m, findings &out)
+{
+    if (!multi(m))
+        return;
+    const kiv_multi_chan_cfg &cfg = *m.cfg;
+    for (int c = 0; c < chans(cfg); ++c) {
+        const std::string at = "channels[" + num(c) + "].pyramid";
+        const place *read = m.place_at(at);
+        if (!read || !read->present || cut_short(m, at))
+            continue;
+        const uint32_t b = cfg.channels[c].pyramid.input_buf_id;
+        if (b < KIV_SRC_BUF_NUM && has_windows(cfg.channels[c].src_buf[0][b]))
+            continue;
+        add(out, "pyramid-source", at + ".input_buf_id",
+            "input_buf_id " + num(b) + " names " +
+                (b < KIV_SRC_BUF_NUM ? buffer_name(c, 0, static_cast<int>(b)) +
+                                           ", which the channel does not configure"
+                                     : std::string("no source buffer (0 to 6)")) +
+                ": the pyramid has no picture to scale",
+            m.where(at + ".input_buf_id"));
+    }
+}
+
+void enc_src_canvas(const script_model &m, findings &out)
+{
+    if (!multi(m))
+        return;
+    const kiv_multi_chan_cfg &cfg = *m.cfg;
+    for (int s = 0; s < std::min<int>(cfg.stream_num, 13); ++s) {
+        const kiv_stream_cfg &st = cfg.streams[s];
+        for (int c = 0; c < 16; ++c) {
+            if (!(st.possible_enc_src_map >> c & 1) || c < canvases(cfg))
+                continue;
+            const std::string path = "streams[" + num(s) + "].possible_enc_src_map";
+            add(out, "enc-src-canvas", path,
+                "possible_enc_src_map names canvas " + num(c) + ", but there " +
+                    (canvases(cfg) == 1 ? "is 1 canvas"
+                                        : "are " + num(canvases(cfg)) + " canvases") +
+                    " (bit c is canvas c)",
+                m.where(path));
+            break;
+        }
+    }
+}
+
+void canvas_without_stream(const script_model &m, findings &out)
+{
+    if (!multi(m))
+        return;
+    const kiv_multi_chan_cfg &cfg = *m.cfg;
+    // Only a script that gives the streams their canvases says which
+    // canvases no stream encodes.
+    bool mapped = false;
+    for (int s = 0; s < std::min<int>(cfg.stream_num, 13); ++s)
+        mapped = mapped || cfg.streams[s].possible_enc_src_map != 0;
+    if (!mapped)
+        return;
+    for (int c = 0; c < canvases(cfg); ++c) {
+        if (cfg.canvas[c].type != 1)
+            continue;
+        bool fed = false;
+        for (int s = 0; s < std::min<int>(cfg.stream_num, 13); ++s)
+            fed = fed || (cfg.streams[s].possible_enc_src_map >> c & 1);
+        if (!fed)
+            add(out, "canvas-without-stream", "canvas[" + num(c) + "]",
+                "encode canvas " + num(c) +
+                    " is in no stream's possible_enc_src_map: nothing encodes it",
+                m.where("canvas[" + num(c) + "].type"));
+    }
+}
+
+void stream_over_canvas(const script_model &m, findings &out)
+{
+    if (!multi(m))
+        return;
+    const kiv_multi_chan_cfg &cfg = *m.cfg;
+    for (int s = 0; s < std::min<int>(cfg.stream_num, 13); ++s) {
+        const kiv_stream_cfg &st = cfg.streams[s];
+        uint32_t largest_w = 0, largest_h = 0;
+        bool any = false, fits = false;
+        for (int c = 0; c < canvases(cfg); ++c) {
+            if (!(st.possible_enc_src_map >> c & 1))
+                continue;
+            any = true;
+            fits = fits ||
+                   (st.max_width <= cfg.canvas[c].width && st.max_height <= cfg.canvas[c].height);
+            largest_w = std::max(largest_w, cfg.canvas[c].width);
+            largest_h = std::max(largest_h, cfg.canvas[c].height);
+        }
+        if (!any || fits)
+            continue;
+        const std::string path = "streams[" + num(s) + "].max_size";
+        add(out, "stream-over-canvas", path,
+            "max_size " + size_text(st.max_width, st.max_height) +
+                " is larger than every canvas the stream may encode from (the largest is " +
+                size_text(largest_w, largest_h) + ")",
+            m.where(path));
+    }
+}
+
+void mem_below_use(const script_model &m, findings &out)
+{
+    if (!multi(m))
+        return;
+    const kiv_multi_chan_cfg &cfg = *m.cfg;
+    const kiv_mem_cfg_resource &mem = cfg.resource_mem_layout;
+    if ((mem.max_chan_num == 0 && mem.max_stream_num == 0) || cut_short(m, "resource_mem_layout"))
+        return;
+    for (int c = 0; c < chans(cfg); ++c) {
+        uint32_t w = 0, h = 0;
+        const std::string at = "resource_mem_layout.channels_mem[" + num(c) + "]";
+        if (c >= static_cast<int>(mem.max_chan_num)) {
+            add(out, "mem-below-use", "resource_mem_layout.max_chan_num",
+                "max_chan_num " + num(mem.max_chan_num) + " reserves nothing for channel " + num(c),
+                m.where("resource_mem_layout.max_chan_num"));
+            break;
+        }
+        const uint32_t *vin = mem.channels_mem[c].max_vin;
+        if (source_size(cfg.channels[c].vsrc, w, h) && (vin[0] < w || vin[1] < h))
+            add(out, "mem-below-use", at + ".max_vin",
+                "max_vin " + size_text(vin[0], vin[1]) + " is smaller than the " + size_text(w, h) +
+                    " picture of channel " + num(c) + "'s source",
+                m.where(at + ".max_vin"));
+    }
+    for (int s = 0; s < std::min<int>(cfg.stream_num, 13); ++s) {
+        const kiv_stream_cfg &st = cfg.streams[s];
+        const std::string at = "resource_mem_layout.streams_mem[" + num(s) + "]";
+        if (s >= static_cast<int>(mem.max_stream_num)) {
+            add(out, "mem-below-use", "resource_mem_layout.max_stream_num",
+                "max_stream_num " + num(mem.max_stream_num) + " reserves nothing for stream " +
+                    num(s),
+                m.where("resource_mem_layout.max_stream_num"));
+            break;
+        }
+        const uint32_t *ms = mem.streams_mem[s].max_stream;
+        if (ms[0] < st.max_width || ms[1] < st.max_height)
+            add(out, "mem-below-use", at + ".max_stream",
+                "max_stream " + size_text(ms[0], ms[1]) + " is smaller than stream " + num(s) +
+                    "'s max_size " + size_text(st.max_width, st.max_height),
+                m.where(at + ".max_stream"));
+    }
+}
+
+bool covered(const findings &fs, const std::string &path)
+{
+    for (const finding &f : fs)
+        if (!f.path.empty() &&
+            (path == f.path || path.starts_with(f.path + ".") || path.starts_with(f.path + "[")))
+            return true;
+    return false;
+}
+
+// Fields that differ after a dump and a load of the dump.
+void lossy_round_trip(const script_model &m, findings &out)
+{
+    if (!multi(m))
+        return;
+    const kiv_multi_chan_cfg &cfg = *m.cfg;
+    auto again = std::make_unique<kiv_multi_chan_cfg>();
+    kiv_init(again.get());
+    const std::string text = dump_text(cfg);
+    int32_t ret = load_quietly(m.file + " (its dump)", text, again.get());
+    if (ret != 0) {
+        add(out, "lossy-round-trip", "",
+            "the dump of this record does not load (result " + num(ret) + ")", {});
+        return;
+    }
+    // Streams are dumped by position: ids with a gap move or lose streams.
+    const int streams = std::min<int>(cfg.stream_num, 13);
+    bool gap = false;
+    for (int s = streams; s < 13; ++s)
+        gap = gap || cfg.streams[s].max_width || cfg.streams[s].max_height;
+    std::vector<leaf_value> a = flatten(multi_chan_desc(), &cfg),
+                            b = flatten(multi_chan_desc(), again.get());
+    const findings before = out;
+    // Streams that share an id move in the dump: duplicate-id says why.
+    const bool moved = std::any_of(m.duplicates.begin(), m.duplicates.end(),
+                                   [](const auto &d) { return d.list == "streams"; });
+    for (size_t k = 0; k < a.size(); ++k) {
+        if (a[k].value == b[k].value || covered(before, a[k].path) ||
+            (moved && a[k].path.starts_with("streams[")))
+            continue;
+        std::string path = a[k].path, why;
+        if (path.ends_with(".vsrc.calib_data")) {
+            why = "the format has no place for calib_data: the dump leaves it out";
+        } else if (gap && path.starts_with("streams[")) {
+            if (covered(out, "streams"))
+                continue;
+            path = "streams";
+            why = "the stream ids have a gap: the dump writes the " + num(streams) +
+                  " streams as stream_0 to stream_" + num(streams - 1) +
+                  " by position, so they load back changed";
+        } else {
+            why = "is " + a[k].value + ", " + b[k].value + " after a dump and a load";
+        }
+        add(out, "lossy-round-trip", path, why, m.where(path));
+    }
+}
+
+// ---------------------------------------------------------------------------
+// Explaining a library line.
+
+// The text between `open` and `close` after `at` in t ("" when absent).
+std::string between(const std::string &t, const std::string &open, const std::string &close)
+{
+    const size_t a = t.find(open);
+    if (a == std::string::npos)
+        return "";
+    const size_t b = t.find(close, a + open.size());
+    return b == std::string::npos ? "" : t.substr(a + open.size(), b - a - open.size());
+}
+
+std::vector<std::string> names_of(const kiv_name_id *rows, int n)
+{
+    std::vector<std::string> out;
+    for (int i = 0; i < n; ++i)
+        if (rows[i].name[0])
+            out.emplace_back(rows[i].name);
+    return out;
+}
+
+std::string trimmed(std::string t)
+{
+    while (!t.empty() && (t.back() == '.' || t.back() == '!'))
+        t.pop_back();
+    return t;
+}
+
+// t with a hint after it, "" for none.
+std::string hinted(const std::string &t, const std::string &hint)
+{
+    return hint.empty() ? t : trimmed(t) + " (" + hint + ")";
+}
+
+std::string mean(std::string_view word, const std::vector<std::string> &names)
+{
+    const std::string n = nearest_name(word, names);
+    return n.empty() ? "" : "did you mean \"" + n + "\"?";
+}
+
+// The mode meant by a name the table does not have: a common name of a
+// picture size ("4K", "FHD", "2160p") is the mode of that size, anything
+// else the nearest name.
+std::string mean_mode(const std::string &name)
+{
+    static const std::pair<const char *, const char *> COMMON[] = {
+        {"4k", "3840x2160"},    {"uhd", "3840x2160"}, {"2160p", "3840x2160"}, {"8k", "7680x4320"},
+        {"1440p", "2560x1440"}, {"fhd", "1920x1080"}, {"1080i", "1080p"},     {"hd", "1280x720"},
+        {"5mp", "5m"},          {"3mp", "3m"},        {"dci4k", "4096x2160"}};
+    std::string lower;
+    for (char c : name)
+        if (c != ' ' && c != '-' && c != '_')
+            lower += static_cast<char>(tolower(static_cast<unsigned char>(c)));
+    for (const auto &[common, mode] : COMMON)
+        if (lower == common)
+            return std::string("did you mean \"") + mode + "\"?";
+    return mean(name, names_of(vin_mode_table, KIV_VIN_MODE_NUM));
+}
+
+std::vector<std::string> buffer_names(const kiv_multi_chan_cfg &cfg)
+{
+    std::vector<std::string> out;
+    each_buffer(cfg, [&](int c, int p, int b, const kiv_src_buf_cfg &sb) {
+        if (has_windows(sb))
+            out.push_back(buffer_name(c, p, b));
+    });
+    return out;
+}
+
+// A key the loader needs but does not find, with the key the table holds
+// instead when one is near: `Version` for version, `chanels` for channels.
+std::string explain_absent(const script_model &m, const log_line &l, const std::string &t,
+                           const std::string &key)
+{
+    if (l.table < 0)
+        return t;
+    const std::string given = nearest_name(key, m.tables[static_cast<size_t>(l.table)].unread());
+    return hinted(t, given.empty() ? ""
+                                   : "the table has `" + given +
+                                         "`, which no loader reads: did you mean `" + key + "`?");
+}
+
+// The key a line says is missing ("item(version) doesn't exist", "no
+// channel config found"), "" for other lines.
+std::string missing_key(const log_line &l)
+{
+    const std::string t = library_text(l.text);
+    if (t == "no channel config found")
+        return l.text.find("kiv_get_stream_cfg") != std::string::npos ? "streams" : "channels";
+    if (t == "no canvas cfg found")
+        return "canvas";
+    if (l.level == 0 && t.starts_with("item(") && t.find("doesn't exist") != std::string::npos)
+        return between(t, "item(", ")");
+    return "";
+}
+
+std::string explain_ids(const script_model &m, const std::string &t)
+{
+    for (const script_model::duplicate &d : m.duplicates)
+        if (d.list == "channels")
+            return "channel id " + num(d.id) + " is given to more than one channel (lines " +
+                   num(d.where[0].begin.line) + " and " + num(d.where[1].begin.line) +
+                   "): each channel needs its own id, 0 to " + num(m.cfg->chan_num - 1);
+    return hinted(t, "the channels need the ids 0 to " + num(m.cfg->chan_num - 1) + ", each once");
+}
+
+// ---------------------------------------------------------------------------
+// The library's verdict, each line placed and explained.
+
+// The ERROR line that ended a failed load: in the run of ERROR lines the
+// log ends with, the last that does not only pass the failure on.  Null
+// for a load that succeeded or ended without an ERROR line.  `before` is
+// the WARN line just before that run, which says why when the run only
+// passes a failure on ("item(boot_param) doesn't exist", then "get network
+// bootup param error").
+const log_line *failure_cause(const script_model &m, const log_line **before = nullptr)
+{
+    if (before)
+        *before = nullptr;
+    if (m.result == 0)
+        return nullptr;
+    const log_line *cause = nullptr;
+    for (auto l = m.log.rbegin(); l != m.log.rend(); ++l) {
+        if (l->level == 3)
+            continue;
+        if (l->level != 0) {
+            if (before && cause && passes_on(library_text(cause->text)))
+                *before = &*l;
+            break;
+        }
+        if (!cause || (passes_on(library_text(cause->text)) && !passes_on(library_text(l->text))))
+            cause = &*l;
+        else if (!passes_on(library_text(l->text)))
+            break;
+    }
+    return cause;
+}
+
+// Where a line is best placed: a missing key at the key the table holds
+// instead when one is near (`Version = 1` for version), a duplicate channel
+// id at its second use; else where the loader was reading.
+src_span place_of_line(const script_model &m, const log_line &l)
+{
+    const std::string key = missing_key(l);
+    if (!key.empty() && l.table >= 0) {
+        const read_table &t = m.tables[static_cast<size_t>(l.table)];
+        const std::string given = nearest_name(key, t.unread());
+        if (const src_field *f =
+                given.empty() ? nullptr : field_of(m.source, t.ctor, given.c_str(), -1))
+            return f->key;
+    }
+    if (library_text(l.text).starts_with("invalid channel id(") && m.kind == kiv_kind::multi_chan)
+        for (const script_model::duplicate &d : m.duplicates)
+            if (d.list == "channels")
+                return d.where[1];
+    return l.where;
+}
+
+// The path a line names: a duplicate channel id concerns the list.
+std::string path_of_line(const script_model &m, const log_line &l)
+{
+    for (const script_model::duplicate &d : m.duplicates)
+        if (d.list == "channels" && library_text(l.text).starts_with("invalid channel id("))
+            return "channels";
+    return l.path;
+}
+
+void load_failed(const script_model &m, findings &out)
+{
+    if (m.result == 0)
+        return;
+    const log_line *before = nullptr;
+    const log_line *cause = failure_cause(m, &before);
+    const std::string refused = "the library refused the script (result " + num(m.result) + ")";
+    if (!cause) {
+        const bool empty = m.kind == kiv_kind::calib && m.calib_size == 0;
+        add(out, "load-failed", "", empty ? "calib_data has no items: nothing to load" : refused,
+            {});
+        return;
+    }
+    if (before)
+        add(out, "load-failed", before->path,
+            trimmed(explain(m, *before)) + ", so " + trimmed(explain(m, *cause)) + "; " + refused,
+            place_of_line(m, *before));
+    else
+        add(out, "load-failed", path_of_line(m, *cause),
+            trimmed(explain(m, *cause)) + "; " + refused, place_of_line(m, *cause));
+}
+
+void load_error(const script_model &m, findings &out)
+{
+    const log_line *cause = failure_cause(m);
+    for (const log_line &l : m.log)
+        if (l.level == 0 && &l != cause && !passes_on(library_text(l.text)) &&
+            (!cause || &l < cause))
+            add(out, "load-error", l.path, explain(m, l), place_of_line(m, l));
+}
+
+void load_warning(const script_model &m, findings &out)
+{
+    for (const log_line &l : m.log)
+        if (l.level == 1 && !l.absent)
+            add(out, "load-warning", l.path, explain(m, l), l.where);
+}
+
+} // namespace
+
+std::string explain(const script_model &m, const log_line &l)
+{
+    const std::string t = library_text(l.text);
+    if (t.starts_with("lua error msg is ")) {
+        // The place already says "FILE:LINE".
+        std::string msg = trimmed(t.substr(17));
+        const size_t cut = msg.find(": ");
+        if (!l.where.none() && cut != std::string::npos && msg.find(":") < cut)
+            msg = msg.substr(cut + 2);
+        return l.note.empty() ? msg : msg + " (" + l.note + ")";
+    }
+    if (t.starts_with("vin mode '"))
+        return hinted(t, mean_mode(between(t, "vin mode '", "'")));
+    if (t.starts_with("invalid hdr_mode("))
+        return hinted(t, mean(between(t, "(", ")"), names_of(hdr_mode_table, KIV_HDR_MODE_NUM)));
+    if (t.starts_with("invalid video_type("))
+        return hinted(t,
+                      mean(between(t, "(", ")"), names_of(video_type_table, KIV_VIDEO_TYPE_NUM)));
+    if (t.starts_with("invalid type(") && t.find("for canvas") != std::string::npos)
+        return hinted(t, mean(between(t, "(", ")"), {std::begin(kiv_canvas_type_names),
+                                                     std::end(kiv_canvas_type_names)}));
+    if (t.starts_with("invalid string(") && t.find("in item(source)") != std::string::npos)
+        return hinted(t, mean(between(t, "(", ")"), buffer_names(*m.cfg)));
+    if (t.starts_with("invalid item(img_stats_src_chan) value(")) {
+        const std::string v = between(t, "value(", ")");
+        if (v.size() > 5 && v.starts_with("chan_") && isdigit(static_cast<unsigned char>(v[5])))
+            return hinted(t, "the channels are chan_0 to chan_2");
+        return hinted(t, mean(v, {"chan_0", "chan_1", "chan_2"}));
+    }
+    if (t.starts_with("invalid channel id(") && t.find("CONFIG_") != std::string::npos)
+        return "invalid channel id(" + between(t, "id(", ")") +
+               "): channel ids are 0 to 2, the pipeline has 3 channels";
+    if (t.starts_with("invalid channel id(") && m.kind == kiv_kind::multi_chan)
+        return explain_ids(m, t);
+    if (t.starts_with("chan_num("))
+        return between(t, "chan_num(", ")") + " channels are given: the pipeline has at most 3";
+    if (const std::string key = missing_key(l); !key.empty()) {
+        // The stream parser says "channel" where it means streams.
+        const std::string said = key == "streams" ? "no stream config found" : t;
+        return explain_absent(
+            m, l, t.starts_with("item(") ? t : said + ": `" + key + "` is absent or empty", key);
+    }
+    return t;
+}
+
+const std::vector<rule> &all_rules()
+{
+    static const std::vector<rule> rules = {
+        {"load-failed", severity::error,
+         "The library refused the script: what it logged, placed where it was reading; only what "
+         "was read before counts.",
+         true, load_failed},
+        {"load-error", severity::error,
+         "An ERROR the library logged although the load went on: that part of the configuration "
+         "was not taken.",
+         true, load_error},
+        {"load-warning", severity::warning,
+         "A warning the library logged, other than a key left to its default.", true, load_warning},
+        {"unknown-key", severity::warning,
+         "A key in a script table that the loader does not read: it is ignored.", false,
+         unknown_key},
+        {"wrong-type", severity::error,
+         "A value the loader cannot take as its key's type: it used 0 or treated the key as "
+         "absent.",
+         false, wrong_type},
+        {"truncated-value", severity::error,
+         "An integer that does not fit its field: its high bits or its sign are lost.", false,
+         truncated_value},
+        {"duplicate-id", severity::error,
+         "Two streams with one id: the later replaces the earlier.", false, duplicate_id},
+        {"vsrc-conflict", severity::error,
+         "A video source that shares its vsrc_id with an earlier channel's but differs: the dump "
+         "keeps the earlier one.",
+         false, vsrc_conflict},
+        {"unbound-buffer", severity::warning,
+         "A source buffer given windows but named by no canvas: the dump writes it as zeros.",
+         false, unbound_buffer},
+        {"window-outside-canvas", severity::error,
+         "An output window whose right or bottom edge lies beyond its canvas.", false,
+         window_outside_canvas},
+        {"output-over-max", severity::warning,
+         "An output window larger than its buffer's max_output.", false, output_over_max},
+        {"overlapping-windows", severity::info, "Two output windows on one canvas that overlap.",
+         false, overlapping_windows},
+        {"input-outside-source", severity::error,
+         "An input window that reaches beyond the picture of the channel's source.", false,
+         input_outside_source},
+        {"resample-above-source", severity::warning,
+         "A channel resampling (idsp_fps) above the frame rate of its source.", false,
+         resample_above_source},
+        {"rate-units", severity::warning,
+         "A frame rate written in whole frames under enable_hp_fps = 1 (30 is then 0.03 fps), or "
+         "in thousandths without it.",
+         false, rate_units},
+        {"pyramid-source", severity::error,
+         "A pyramid built from a source buffer the channel does not configure.", false,
+         pyramid_source},
+        {"enc-src-canvas", severity::error,
+         "A stream's possible_enc_src_map naming a canvas that does not exist.", false,
+         enc_src_canvas},
+        {"canvas-without-stream", severity::warning,
+         "An encode canvas that no stream may encode from.", false, canvas_without_stream},
+        {"stream-over-canvas", severity::warning,
+         "A stream larger than every canvas it may encode from.", false, stream_over_canvas},
+        {"mem-below-use", severity::error,
+         "A memory layout that reserves less for a channel or stream than it is configured to "
+         "use.",
+         false, mem_below_use},
+        {"lossy-round-trip", severity::error,
+         "A field that differs after the record is dumped and loaded again.", false,
+         lossy_round_trip},
+    };
+    return rules;
+}
+
+const rule *find_rule(const std::string &id)
+{
+    for (const rule &r : all_rules())
+        if (id == r.id)
+            return &r;
+    return nullptr;
+}
+
+std::vector<finding> findings_of(const script_model &m, bool check_only,
+                                 const std::vector<std::string> &disabled)
+{
+    std::vector<finding> out;
+    for (const rule &r : all_rules())
+        if ((r.check || !check_only) &&
+            std::find(disabled.begin(), disabled.end(), r.id) == disabled.end())
+            r.find(m, out);
+    std::erase_if(out, [&](const finding &f) {
+        for (const src_suppression &s : m.source.suppressions)
+            if (s.rule == f.r->id && (s.line == 0 || s.line == f.where.begin.line))
+                return true;
+        return std::find(disabled.begin(), disabled.end(), f.r->id) != disabled.end();
+    });
+    std::stable_sort(out.begin(), out.end(), [](const finding &a, const finding &b) {
+        return a.where.begin.offset < b.where.begin.offset ||
+               (a.where.begin.offset == b.where.begin.offset && a.where.none() && !b.where.none());
+    });
+    return out;
+}
+
+} // namespace kivtool

@@ -1,0 +1,199 @@
+#include "report.h"
+
+#include <climits>
+#include <cstring>
+#include <unistd.h>
+
+#include "common.h"
+
+namespace kivtool
+{
+
+using json = nlohmann::ordered_json;
+
+namespace
+{
+
+// A place with its column counted in characters (UTF-8 code points) from
+// the start of its line instead of bytes.
+src_pos in_characters(const std::string &text, src_pos p)
+{
+    if (p.line == 0 || p.col == 0 || p.offset < p.col - 1 || p.offset > text.size())
+        return p;
+    uint32_t col = 1;
+    for (uint32_t i = p.offset - (p.col - 1); i < p.offset; ++i)
+        col += (static_cast<unsigned char>(text[i]) & 0xC0) != 0x80;
+    p.col = col;
+    return p;
+}
+
+} // namespace
+
+std::string raw_log(const script_model &m, int level)
+{
+    std::string out;
+    for (const log_line &l : m.log)
+        if (l.level <= level)
+            out += l.text;
+    return out;
+}
+
+file_report report_of(const script_model &m, bool check_only,
+                      const std::vector<std::string> &disabled, int raw_level)
+{
+    file_report r;
+    r.file = m.file;
+    r.kind = m.kind;
+    r.result = m.result;
+    r.logged_errors = m.logged_errors();
+    r.summary = m.summary();
+    r.absent = m.absent_count();
+    if (raw_level >= 0)
+        r.raw_log = raw_log(m, raw_level);
+    r.findings = findings_of(m, check_only, disabled);
+    for (finding &f : r.findings) {
+        f.where.begin = in_characters(m.text, f.where.begin);
+        f.where.end = in_characters(m.text, f.where.end);
+    }
+    return r;
+}
+
+std::string finding_text(const std::string &file, const finding &f, bool rule)
+{
+    std::string out = file;
+    if (!f.where.none())
+        out += ":" + std::to_string(f.where.begin.line) + ":" + std::to_string(f.where.begin.col);
+    out += std::string(": ") + severity_name(f.r->level) + ": ";
+    if (!f.path.empty())
+        out += f.path + ": ";
+    out += f.message;
+    if (rule)
+        out += std::string(" [") + f.r->id + "]\n";
+    return out;
+}
+
+json findings_json(const std::vector<file_report> &files)
+{
+    json a = json::array();
+    for (const file_report &r : files) {
+        for (const finding &f : r.findings) {
+            json o = {{"file", r.file}};
+            if (!f.where.none()) {
+                o["line"] = f.where.begin.line;
+                o["column"] = f.where.begin.col;
+                o["end_line"] = f.where.end.line;
+                o["end_column"] = f.where.end.col;
+            }
+            o["severity"] = severity_name(f.r->level);
+            o["path"] = f.path;
+            o["message"] = f.message;
+            o["rule"] = f.r->id;
+            a.push_back(std::move(o));
+        }
+    }
+    return a;
+}
+
+namespace
+{
+
+// Bytes of a URI that stand for themselves; every other byte is
+// percent-encoded.
+std::string uri_escaped(const std::string &path)
+{
+    std::string out;
+    for (unsigned char c : path) {
+        if (isalnum(c) || strchr("-._~/", c)) {
+            out += static_cast<char>(c);
+        } else {
+            char buf[4];
+            snprintf(buf, sizeof buf, "%%%02X", c);
+            out += buf;
+        }
+    }
+    return out;
+}
+
+// A file as an artifact location: a relative path against %SRCROOT%, an
+// absolute one as a file URI.
+json artifact(const std::string &file)
+{
+    if (!file.empty() && file[0] == '/')
+        return {{"uri", "file://" + uri_escaped(file)}};
+    return {{"uri", uri_escaped(file)}, {"uriBaseId", "%SRCROOT%"}};
+}
+
+const char *sarif_level(severity s)
+{
+    return s == severity::info ? "note" : severity_name(s);
+}
+
+std::string working_directory()
+{
+    char buf[PATH_MAX];
+    if (!getcwd(buf, sizeof buf))
+        return "/";
+    std::string d = buf;
+    return d.back() == '/' ? d : d + "/";
+}
+
+} // namespace
+
+json findings_sarif(const std::vector<file_report> &files)
+{
+    json rules = json::array();
+    const std::vector<rule> &all = all_rules();
+    for (const rule &r : all)
+        rules.push_back({{"id", r.id},
+                         {"shortDescription", {{"text", r.summary}}},
+                         {"help",
+                          {{"text", std::string(r.summary) + " See docs/lint.md, \"" + r.id +
+                                        "\", for an example and the fix."}}},
+                         {"defaultConfiguration", {{"level", sarif_level(r.level)}}}});
+    json results = json::array();
+    json notifications = json::array();
+    for (const file_report &r : files) {
+        if (!r.readable())
+            notifications.push_back(
+                {{"level", "error"},
+                 {"message", {{"text", r.error}}},
+                 {"locations", json::array({{{"physicalLocation",
+                                              {{"artifactLocation", artifact(r.file)}}}}})}});
+        for (const finding &f : r.findings) {
+            json physical = {{"artifactLocation", artifact(r.file)}};
+            if (!f.where.none())
+                physical["region"] = {{"startLine", f.where.begin.line},
+                                      {"startColumn", f.where.begin.col},
+                                      {"endLine", f.where.end.line},
+                                      {"endColumn", f.where.end.col}};
+            json location = {{"physicalLocation", physical}};
+            if (!f.path.empty())
+                location["logicalLocations"] =
+                    json::array({{{"fullyQualifiedName", f.path}, {"kind", "member"}}});
+            results.push_back(
+                {{"ruleId", f.r->id},
+                 {"ruleIndex", f.r - all.data()},
+                 {"level", sarif_level(f.r->level)},
+                 {"message", {{"text", f.path.empty() ? f.message : f.path + ": " + f.message}}},
+                 {"locations", json::array({location})}});
+        }
+    }
+    return {{"$schema", "https://json.schemastore.org/sarif-2.1.0.json"},
+            {"version", "2.1.0"},
+            {"runs",
+             json::array(
+                 {{{"tool",
+                    {{"driver",
+                      {{"name", "kiv"},
+                       {"version", "1.0.0"},
+                       {"informationUri", "https://example.invalid/kiv/docs/lint.md"},
+                       {"rules", rules}}}}},
+                   {"invocations", json::array({{{"executionSuccessful", notifications.empty()},
+                                                 {"toolExecutionNotifications", notifications}}})},
+                   {"originalUriBaseIds",
+                    {{"%SRCROOT%", {{"uri", "file://" + uri_escaped(working_directory())}}}}},
+                   {"columnKind", "unicodeCodePoints"},
+                   {"results", results}}})}};
+}
+
+} // namespace kivtool
