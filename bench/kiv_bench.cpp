@@ -41,6 +41,8 @@
 #include "core/log.h"
 #include "core/run.h"
 #include "kiv.h"
+#include "model/model.h"
+#include "model/rules.h"
 
 namespace
 {
@@ -271,6 +273,27 @@ KIV_BENCH_FN base_calib()
     stock_run(path);
 }
 
+// The tool on the largest example: lint (every rule, the dump loaded back)
+// against check (the loader's verdict at its places), and check against the
+// stock interpreter on the same file.  The target of the first: lint at most
+// three times check.
+KIV_BENCH_FN case_lint()
+{
+    const kivtool::script_model m = kivtool::load_model(FULL);
+    benchmark::DoNotOptimize(kivtool::findings_of(m, false).size());
+}
+
+KIV_BENCH_FN case_check()
+{
+    const kivtool::script_model m = kivtool::load_model(FULL);
+    benchmark::DoNotOptimize(kivtool::findings_of(m, true).size());
+}
+
+KIV_BENCH_FN base_check()
+{
+    stock_run(FULL);
+}
+
 KIV_BENCH_FN case_hevc_load()
 {
     benchmark::DoNotOptimize(kiv_get_hevc_scaling_cfg(HEVC.c_str(), &g_hevc));
@@ -324,6 +347,16 @@ void BM_full_dump(benchmark::State &st)
 void BM_calib_size_and_load(benchmark::State &st)
 {
     pair(st, case_calib, base_calib, 1, &calib_script());
+}
+
+void BM_lint_against_check(benchmark::State &st)
+{
+    pair(st, case_lint, case_check);
+}
+
+void BM_check_against_stock(benchmark::State &st)
+{
+    pair(st, case_check, base_check);
 }
 
 void BM_hevc_load(benchmark::State &st)
@@ -559,6 +592,8 @@ BENCHMARK(BM_deployed_load_level0)->UseManualTime()->Unit(benchmark::kMicrosecon
 BENCHMARK(BM_minimal_load)->UseManualTime()->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_full_dump)->UseManualTime()->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_calib_size_and_load)->UseManualTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_lint_against_check)->UseManualTime()->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_check_against_stock)->UseManualTime()->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_hevc_load)->UseManualTime()->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_aisp_load)->UseManualTime()->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_hostile)
@@ -580,6 +615,7 @@ int main(int argc, char **argv)
     g_targets["BM_deployed_load_level0"] = 1.00;
     g_targets["BM_calib_size_and_load"] = 1.00;
     g_targets["BM_full_dump"] = 0.25;
+    g_targets["BM_lint_against_check"] = 3.0;
     kiv_set_run_limits(legit_limits);
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv))

@@ -11,6 +11,10 @@ set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY BOTH)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE BOTH)
 set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE BOTH)
-set(CMAKE_CROSSCOMPILING_EMULATOR qemu-aarch64;-L;/usr/aarch64-linux-gnu)
+# The emulator takes the arm64 C library installed through multiarch with
+# its own loader (-L /): the cross toolchain's loader under
+# /usr/aarch64-linux-gnu with the multiarch libc.so.6 that ld.so.cache
+# names, a different build of it, hangs in creating a thread.
+set(CMAKE_CROSSCOMPILING_EMULATOR qemu-aarch64;-L;/)
 set(ENV{PKG_CONFIG_LIBDIR} /usr/lib/aarch64-linux-gnu/pkgconfig:/usr/share/pkgconfig)
 set(ENV{PKG_CONFIG_SYSROOT_DIR} "")

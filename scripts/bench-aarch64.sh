@@ -15,4 +15,4 @@ cmake -S . -B build-bench-aarch64 -G Ninja -DCMAKE_TOOLCHAIN_FILE=cmake/aarch64-
     -DKIV_BUILD_TESTS=OFF >/dev/null
 cmake --build build-bench-aarch64 -j "$(nproc)" --target kiv_bench
 [ $# -gt 0 ] || set -- --benchmark_filter='hostile|busy|calib'
-qemu-aarch64 -L /usr/aarch64-linux-gnu build-bench-aarch64/bench/kiv_bench "$@"
+qemu-aarch64 -L / build-bench-aarch64/bench/kiv_bench "$@"

@@ -76,34 +76,6 @@ uint32_t message_line(const std::string &text)
     return 0;
 }
 
-// The span of line `line` of the text, from its first character that is
-// not blank to its end.
-src_span line_span(const std::string &text, uint32_t line)
-{
-    uint32_t at_line = 1;
-    size_t i = 0;
-    while (at_line < line && i < text.size()) {
-        const char c = text[i++];
-        if (c == '\n' || c == '\r') {
-            if (i < text.size() && (text[i] == '\n' || text[i] == '\r') && text[i] != c)
-                ++i;
-            ++at_line;
-        }
-    }
-    if (at_line != line)
-        return {};
-    const size_t start = i;
-    while (i < text.size() && (text[i] == ' ' || text[i] == '\t'))
-        ++i;
-    size_t end = i;
-    while (end < text.size() && text[end] != '\n' && text[end] != '\r')
-        ++end;
-    src_span s;
-    s.begin = {line, static_cast<uint32_t>(i - start + 1), static_cast<uint32_t>(i)};
-    s.end = {line, static_cast<uint32_t>(end - start + 1), static_cast<uint32_t>(end)};
-    return s;
-}
-
 // A syntax error near the first token of a line whose line above ends a
 // value ("'}' expected near 'fps'"): the mistake is the ',' missing at the
 // end of that line, which is where it is placed.
@@ -141,6 +113,34 @@ void missing_separator(const std::string &text, log_line &l)
 }
 
 } // namespace
+
+// The span of line `line` of the text, from its first character that is
+// not blank to its end.
+src_span line_span(std::string_view text, uint32_t line)
+{
+    uint32_t at_line = 1;
+    size_t i = 0;
+    while (at_line < line && i < text.size()) {
+        const char c = text[i++];
+        if (c == '\n' || c == '\r') {
+            if (i < text.size() && (text[i] == '\n' || text[i] == '\r') && text[i] != c)
+                ++i;
+            ++at_line;
+        }
+    }
+    if (at_line != line)
+        return {};
+    const size_t start = i;
+    while (i < text.size() && (text[i] == ' ' || text[i] == '\t'))
+        ++i;
+    size_t end = i;
+    while (end < text.size() && text[end] != '\n' && text[end] != '\r')
+        ++end;
+    src_span s;
+    s.begin = {line, static_cast<uint32_t>(i - start + 1), static_cast<uint32_t>(i)};
+    s.end = {line, static_cast<uint32_t>(end - start + 1), static_cast<uint32_t>(end)};
+    return s;
+}
 
 std::string script_model::summary() const
 {

@@ -37,6 +37,8 @@ struct log_line {
     bool absent = false; // an absent key's line ("... doesn't exist, set 0 by default")
     int32_t table = -1;  // the table being read (index into script_model::tables), or -1
     std::string note;    // what the tool adds ("is a ',' missing at the end of line 12?")
+    bool found = false;  // the loader's last lookup found a value
+    int32_t looked_in = -1; // the table of the loader's last lookup, or -1
 };
 
 // A table the loader read: its string keys, which of them it read, and the
@@ -49,6 +51,8 @@ struct read_table {
     // Names the loader looked up or knows there that the table does not
     // hold: what a key no loader reads may have meant.
     std::vector<std::string> missing;
+    int32_t parent = -1;    // the table it was entered from, or -1
+    std::string stopped_at; // the table or array it lacked, after which its reading stopped
     // Read to its end: it was left with no ERROR logged since its last
     // lookup (an ERROR that ends the reading of a table early would make
     // every key after it look unknown).
@@ -80,6 +84,9 @@ struct script_model {
     kiv_aisp_fill fill{};
     std::vector<log_line> log;
     std::vector<read_table> tables;
+    // Each name the loader looked up, with the path of the first table it
+    // looked in (what an unknown key may belong to).
+    std::unordered_map<std::string, std::string> read_in;
     // Every record path the reading named and where, in reading order (a
     // path named again: the last one counts, as in the record).
     std::vector<std::pair<std::string, place>> named;
@@ -137,6 +144,10 @@ std::string dump_text(const kiv_multi_chan_cfg &cfg);
 // Loads a multi-channel script given as text into cfg with no log at all
 // (the dump's reload); `file` names it.  The loader's result.
 int32_t load_quietly(const std::string &file, const std::string &text, kiv_multi_chan_cfg *cfg);
+
+// The span of line `line` of a text, from its first character that is not
+// blank to its end; none when the text has no such line.
+src_span line_span(std::string_view text, uint32_t line);
 
 // The field of constructor `ctor` of the source map that gives key `name`
 // (or, for a null name, element `index`, 0-based): the last one that

@@ -97,7 +97,22 @@ void table_origins::made(lua_State *L, const void *table)
         return;
     site caller{};
     const std::vector<int32_t> *call = s.fn_line != 0 ? at(L, 1, &caller) : nullptr;
-    made_[table] = {c, (*c)[run_ % c->size()], call};
+    // The outermost call in the main chunk: where a helper's caller wrote
+    // the values it was given (a few levels of helpers at most).
+    uint32_t line = 0;
+    lua_Debug ar;
+    for (int level = 1; s.fn_line != 0 && level < 8 && lua_getstack(L, level, &ar); ++level)
+        if (lua_getinfo(L, "Sl", &ar) && ar.linedefined == 0 && ar.currentline > 0) {
+            line = static_cast<uint32_t>(ar.currentline);
+            break;
+        }
+    made_[table] = {c, (*c)[run_ % c->size()], call, line};
+}
+
+uint32_t table_origins::call_line(const void *table) const
+{
+    auto it = made_.find(table);
+    return it == made_.end() ? 0 : it->second.call_line;
 }
 
 const std::vector<int32_t> *table_origins::call_site(const void *table) const
@@ -183,67 +198,92 @@ const src_field *field_of(const src_map &source, int32_t ctor, const char *name,
 namespace
 {
 
-// Whether a value is written out in the script (a number, a string, a
-// table constructor, true, false or nil) rather than taken from a variable,
-// a call or an operation.
-bool literal(std::string_view v)
+// Whether `v` is one string literal in quotes, without escapes (a text to
+// compare as it is).
+bool plain_string(std::string_view v)
 {
-    if (v.empty())
-        return false;
-    const char c = v[0];
-    if (isdigit(static_cast<unsigned char>(c)) || c == '"' || c == '\'' || c == '{' || c == '[' ||
-        (c == '.' && v.size() > 1 && isdigit(static_cast<unsigned char>(v[1]))))
-        return true;
-    if (c == '-')
-        return literal(v.substr(1));
-    return v == "true" || v == "false" || v == "nil";
+    return v.size() >= 2 && (v[0] == '"' || v[0] == '\'') && v.back() == v[0] &&
+           v.substr(1, v.size() - 2).find_first_of(std::string{v[0], '\\'}) ==
+               std::string_view::npos;
 }
 
-// Whether the literal `written` gives the value at idx; true when it is no
-// literal (then it cannot be told) or a string with escapes.
+// Whether the text `written` gives the value at idx: false only when it is
+// one literal (a number, a plain string, true or false) of another value;
+// true for anything that cannot be told without running it.
 bool gives(lua_State *L, int idx, std::string_view written)
 {
-    if (written.empty())
-        return true;
+    const std::string t(written);
+    char *end = nullptr;
     switch (lua_type(L, idx)) {
     case LUA_TNUMBER: {
-        const std::string t(written);
-        char *end = nullptr;
-        if (lua_isinteger(L, idx)) {
-            errno = 0;
-            const long long v = strtoll(t.c_str(), &end, 0);
-            if (end && *end == '\0' && errno == 0)
-                return v == lua_tointeger(L, idx);
-        }
+        if (t.empty())
+            return true;
+        errno = 0;
+        const long long v = strtoll(t.c_str(), &end, 0);
+        if (end && *end == '\0' && errno == 0)
+            return lua_isinteger(L, idx) ? v == lua_tointeger(L, idx)
+                                         : static_cast<double>(v) == lua_tonumber(L, idx);
         const double d = strtod(t.c_str(), &end);
-        if (end && *end == '\0')
+        if (end && end != t.c_str() && *end == '\0')
             return d == lua_tonumber(L, idx);
-        return !literal(written) || written[0] == '"' || written[0] == '\'' || written[0] == '{';
+        return !plain_string(written) && written != "true" && written != "false";
     }
     case LUA_TSTRING: {
-        if (written.size() < 2 || (written[0] != '"' && written[0] != '\''))
-            return !literal(written) || written[0] == '[';
-        const std::string_view inner = written.substr(1, written.size() - 2);
-        if (inner.find('\\') != std::string_view::npos)
-            return true;
+        if (!plain_string(written))
+            return written != "true" && written != "false" &&
+                   !(strtod(t.c_str(), &end), end && end != t.c_str() && *end == '\0');
         size_t len = 0;
         const char *v = lua_tolstring(L, idx, &len);
-        return inner == std::string_view(v, len);
+        return written.substr(1, written.size() - 2) == std::string_view(v, len);
     }
     case LUA_TBOOLEAN:
-        return written == (lua_toboolean(L, idx) ? "true" : "false") || !literal(written);
+        if (written == "true" || written == "false")
+            return written == (lua_toboolean(L, idx) ? "true" : "false");
+        return !plain_string(written);
     default:
-        return !literal(written) || written[0] == '{';
+        return true;
     }
+}
+
+bool name_char(char c)
+{
+    return isalnum(static_cast<unsigned char>(c)) || c == '_';
+}
+
+// The key a field reads from a helper's argument: `fps` for `o.fps` and
+// `o.fps or 30`; "" for anything else.
+std::string forwarded_key(std::string_view v)
+{
+    size_t i = 0;
+    while (i < v.size() && name_char(v[i]))
+        ++i;
+    if (i == 0 || i + 1 >= v.size() || v[i] != '.')
+        return "";
+    const size_t start = ++i;
+    while (i < v.size() && name_char(v[i]))
+        ++i;
+    if (i == start || (i < v.size() && !v.substr(i).starts_with(" or ")))
+        return "";
+    return std::string(v.substr(start, i - start));
+}
+
+// The name a field takes its value from (`FPS` in `FPS` and in `o.fps or
+// FPS`); "" for anything else.
+std::string_view variable_of(std::string_view v)
+{
+    const size_t alt = v.rfind(" or ");
+    if (alt != std::string_view::npos)
+        v = v.substr(alt + 4);
+    if (v.empty() || isdigit(static_cast<unsigned char>(v[0])))
+        return "";
+    for (char c : v)
+        if (!name_char(c))
+            return "";
+    return v == "true" || v == "false" || v == "nil" ? "" : v;
 }
 
 } // namespace
 
-// Where key `name` (or element `index`) of `table` was written: its field in
-// the table's constructor; but when that field only passes on a value (`id =
-// o.id` in a function that builds the table), the field of that name in
-// the constructors of the call that made the table, where the value itself
-// stands.
 const src_field *reading::find_field(int32_t ctor, const char *name, int32_t index)
 {
     if (ctor < 0 || static_cast<size_t>(ctor) >= m_.source.constructors.size())
@@ -278,18 +318,56 @@ const src_field *reading::find_field(int32_t ctor, const char *name, int32_t ind
     return field_of(m_.source, ctor, nullptr, index); // an element given as [i]
 }
 
-place reading::place_of(const void *table, int32_t ctor, const char *name, int32_t index)
+// Where key `name` (or element `index`) of `table` was written: its field in
+// the table's constructor when the value is written out there; when the
+// field only passes on what a helper function was given (`id = o.id`,
+// `idsp_fps = o.fps or 30`, a parameter), where the helper's caller wrote
+// it.
+place reading::place_of(lua_State *L, const void *table, int32_t ctor, const char *name,
+                        int32_t index)
 {
     const src_field *f = find_field(ctor, name, index);
-    const std::vector<int32_t> *call = table && name ? origins_.call_site(table) : nullptr;
-    if (call && (!f || !literal(span_text(m_.text, f->value))))
-        for (int32_t c : *call)
-            if (const src_field *g = find_field(c, name, -1))
-                return {joined_span(g->key, g->value), g->value, true};
+    if (f && written_out(span_text(m_.text, f->value)))
+        return {joined_span(f->key, f->value), f->value, true};
+    if (table) {
+        const place p = passed_on(L, table, f, name);
+        if (p.present)
+            return p;
+    }
     if (f)
         return {joined_span(f->key, f->value), f->value, true};
     if (ctor >= 0)
         return {brace(m_.source.constructors[static_cast<size_t>(ctor)]), {}, false};
+    return {};
+}
+
+// The place of a value a helper function passed on: the field of the same
+// name (or the name the field reads, `o.fps`) in the constructors of the
+// call that made the table; a local the field names, where it is given a
+// value that gives this one; else the line of the main chunk whose call
+// made the table.  Not present when none is known.
+place reading::passed_on(lua_State *L, const void *table, const src_field *f, const char *name)
+{
+    const std::string_view v = f ? span_text(m_.text, f->value) : "";
+    const std::string read = forwarded_key(v);
+    if (const std::vector<int32_t> *call = origins_.call_site(table))
+        for (const char *key : {name, read.empty() ? nullptr : read.c_str()})
+            for (int32_t c : *call)
+                if (const src_field *g = key ? find_field(c, key, -1) : nullptr)
+                    return {joined_span(g->key, g->value), g->value, true};
+    if (f && lua_type(L, -1) != LUA_TTABLE && lua_type(L, -1) != LUA_TNIL) {
+        src_span value;
+        const src_span local = local_value(v, L, &value);
+        if (!local.none())
+            return {local, value, true};
+    }
+    if (f && !written_out(v)) {
+        if (const uint32_t line = origins_.call_line(table)) {
+            const src_span s = line_span(m_.text, line);
+            if (!s.none())
+                return {s, {}, true};
+        }
+    }
     return {};
 }
 
@@ -313,6 +391,81 @@ place reading::patched(lua_State *L, int32_t ctor, const char *name, int32_t ind
     return {};
 }
 
+// Where a local or global the field names is given the value at -1:
+// `local FPS = 25` (or `FPS = 25`) whose literal gives it; none when the
+// field names none or no such statement gives the value.
+src_span reading::local_value(std::string_view v, lua_State *L, src_span *value_span) const
+{
+    const std::string_view name = variable_of(v);
+    if (name.empty())
+        return {};
+    const std::string_view text = m_.text;
+    for (size_t at = text.find(name); at != std::string_view::npos; at = text.find(name, at + 1)) {
+        if ((at > 0 && name_char(text[at - 1])) ||
+            (at + name.size() < text.size() && name_char(text[at + name.size()])))
+            continue;
+        size_t i = at + name.size();
+        while (i < text.size() && (text[i] == ' ' || text[i] == '\t'))
+            ++i;
+        if (i + 1 >= text.size() || text[i] != '=' || text[i + 1] == '=')
+            continue;
+        ++i;
+        while (i < text.size() && (text[i] == ' ' || text[i] == '\t'))
+            ++i;
+        size_t end = i;
+        while (end < text.size() && !strchr(",;\r\n", text[end]) &&
+               !text.substr(end).starts_with("--"))
+            ++end;
+        while (end > i && (text[end - 1] == ' ' || text[end - 1] == '\t'))
+            --end;
+        const std::string_view value = text.substr(i, end - i);
+        if (!literal(value) || value[0] == '{' || !gives(L, -1, value))
+            continue;
+        // The line and column of the name, counted from the start of its line.
+        size_t line_start = text.find_last_of("\r\n", at);
+        line_start = line_start == std::string_view::npos ? 0 : line_start + 1;
+        uint32_t line = 1;
+        for (size_t k = 0; k < line_start; ++k)
+            if (text[k] == '\n' ||
+                (text[k] == '\r' && (k + 1 >= text.size() || text[k + 1] != '\n')))
+                ++line;
+        src_span s;
+        s.begin = {line, static_cast<uint32_t>(at - line_start + 1), static_cast<uint32_t>(at)};
+        s.end = {line, static_cast<uint32_t>(end - line_start + 1), static_cast<uint32_t>(end)};
+        if (value_span)
+            *value_span = {
+                {line, static_cast<uint32_t>(i - line_start + 1), static_cast<uint32_t>(i)}, s.end};
+        return s;
+    }
+    return {};
+}
+
+// The place of a table value: the assignment that patched it in, when one
+// did; where it was made, when the field only names it (a local, a
+// parameter); else where the field writes it out or calls what makes it.
+place reading::table_value(const void *table, int32_t made, const place &named)
+{
+    if (made < 0 || (named.present && named.value.none())) // placed at a helper's call
+        return named;
+    for (const src_assignment &a : m_.source.assignments)
+        if (a.constructor == made)
+            return {joined_span(a.key, a.value), a.value, true};
+    const std::string_view v = named.present ? span_text(m_.text, named.value) : "";
+    if (written_out(v) || v.find('(') != std::string_view::npos)
+        return named;
+    // A table a helper builds from what it was given ({x, y, w, h}): the
+    // call that gave it.
+    if (const uint32_t line = v.starts_with("{") ? origins_.call_line(table) : 0) {
+        const src_span s = line_span(m_.text, line);
+        if (!s.none())
+            return {s, {}, true};
+    }
+    if (v.starts_with("{"))
+        return named;
+    const src_constructor &c = m_.source.constructors[static_cast<size_t>(made)];
+    return {c.span, c.span, true};
+}
+
 void reading::note_place(const std::string &path, const place &p)
 {
     m_.named.emplace_back(path, p);
@@ -322,6 +475,8 @@ void reading::note_place(const std::string &path, const place &p)
 void reading::mark_read(frame &f, const char *name, bool present)
 {
     read_table &t = m_.tables[f.index];
+    if (m_.read_in.size() < MAX_KEYS)
+        m_.read_in.emplace(name, f.rec);
     if (present || f.collected) {
         auto it = std::lower_bound(t.keys.begin(), t.keys.end(), std::string_view(name),
                                    [](const std::string &k, std::string_view n) { return k < n; });
@@ -374,21 +529,20 @@ void reading::lookup(lua_State *L, const char *name, int32_t index, kiv_want wan
                                : indexed(f.rec, index);
     if (key)
         mark_read(f, key, lua_type(L, -1) != LUA_TNIL);
-    cur_ = place_of(holder, in, key, index);
-    // A table the field only names (a local, a parameter) is placed where
-    // it was made; one the field writes out, or makes by a call, there.
+    cur_ = place_of(L, holder, in, key, index);
     if (lua_type(L, -1) == LUA_TTABLE) {
         const src_field *fl = find_field(in, key, index);
-        const int32_t made = ctor_of(L, -1, fl ? fl->constructor : -1);
-        const std::string_view v = cur_.present ? span_text(m_.text, cur_.value) : "";
-        if (made >= 0 && !literal(v) && v.find('(') == std::string_view::npos) {
-            const src_constructor &c = m_.source.constructors[static_cast<size_t>(made)];
-            cur_ = {c.span, c.span, true};
-        }
-    }
-    if (lua_type(L, -1) != LUA_TNIL && lua_type(L, -1) != LUA_TTABLE &&
-        (!cur_.present || !gives(L, -1, span_text(m_.text, cur_.value))))
+        cur_ = table_value(lua_topointer(L, -1), ctor_of(L, -1, fl ? fl->constructor : -1), cur_);
+    } else if (lua_type(L, -1) != LUA_TNIL &&
+               (!cur_.present || !gives(L, -1, span_text(m_.text, cur_.value)))) {
         cur_ = patched(L, in, key, index);
+    }
+    cur_found_ = lua_type(L, -1) != LUA_TNIL;
+    cur_table_ = f.index;
+    f.stopped = !cur_found_ && (want == KIV_WANT_TABLE || want == KIV_WANT_ARRAY);
+    if (f.stopped && name)
+        f.stopped_at = name;
+    just_left_.clear();
     cur_path_ = path;
     // An element of `channels` or `streams` is the record its id names,
     // placed when its id is read.
@@ -470,6 +624,7 @@ void reading::enter()
     f.index = m_.tables.size();
     m_.tables.emplace_back();
     m_.tables.back().path = f.rec;
+    m_.tables.back().parent = static_cast<int32_t>(p.index);
     if (f.kind != tkind::channel && f.kind != tkind::stream)
         note_place(f.rec, f.self);
     stack_.push_back(std::move(f));
@@ -517,7 +672,9 @@ void reading::leave()
 {
     if (stack_.size() <= 1)
         return;
-    close(stack_.back(), !stack_.back().pending_error);
+    frame &f = stack_.back();
+    close(f, !f.pending_error && !f.stopped);
+    just_left_.push_back(f.index);
     stack_.pop_back();
 }
 
@@ -527,6 +684,8 @@ void reading::close(frame &f, bool whole)
     t.path = f.rec;
     t.ctor = f.ctor;
     t.whole = whole && f.collected && t.keys.size() <= MAX_KEYS;
+    if (f.stopped && f.collected)
+        t.stopped_at = f.stopped_at;
 }
 
 void reading::stored(const char *key, int32_t elem, int64_t held)
@@ -569,9 +728,14 @@ void reading::logged(const char *text, size_t n)
                                 l.text.find("doesn't exit") != std::string::npos ||
                                 l.text.find("doen't exist") != std::string::npos);
     l.table = static_cast<int32_t>(stack_.back().index);
-    if (l.level == 0)
+    l.found = cur_found_;
+    l.looked_in = static_cast<int32_t>(cur_table_);
+    if (l.level == 0) {
         for (frame &f : stack_)
             f.pending_error = true;
+        for (size_t t : just_left_)
+            m_.tables[t].whole = false;
+    }
     m_.log.push_back(std::move(l));
 }
 

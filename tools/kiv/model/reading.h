@@ -31,6 +31,9 @@ class table_origins
     // the call that made it (`channel { id = 0, ... }` for the table that
     // channel() returns), where the values it takes over were written.
     const std::vector<int32_t> *call_site(const void *table) const;
+    // For a table made inside a function: the line of the main chunk whose
+    // call made it (through helpers that call helpers); 0 when unknown.
+    uint32_t call_line(const void *table) const;
 
   private:
     struct site {
@@ -47,6 +50,7 @@ class table_origins
         const std::vector<int32_t> *candidates;
         int32_t guess;
         const std::vector<int32_t> *call; // null: made in the main chunk
+        uint32_t call_line;
     };
     const std::vector<int32_t> *at(lua_State *L, int level, site *s) const;
     std::unordered_map<site, std::vector<int32_t>, site_hash> sites_;
@@ -75,7 +79,9 @@ class reading
         int32_t ctor = -1;
         size_t index = 0; // its entry in model.tables
         bool collected = false;
-        bool pending_error = false;                     // an ERROR was logged since its last lookup
+        bool pending_error = false; // an ERROR was logged since its last lookup
+        bool stopped = false;       // its last lookup found no table or array where one was wanted
+        std::string stopped_at;
         place self;                                     // where the table itself was named
         std::unordered_map<std::string, int64_t> given; // integers given, by key or "key[i]"
         std::vector<std::string> reported;              // keys with a slip of their own
@@ -90,6 +96,11 @@ class reading
     // and what an enter takes for the table entered.
     std::string cur_path_;
     place cur_;
+    bool cur_found_ = false;
+    size_t cur_table_ = 0;
+    // Tables left since the last lookup: an ERROR logged now is the failure
+    // they passed on, so they were not read to their end.
+    std::vector<size_t> just_left_;
     std::string last_name_;
     int32_t last_index_ = -1;
     bool last_named_ = false;
@@ -107,8 +118,11 @@ class reading
     int32_t ctor_of(lua_State *L, int idx, int32_t hint);
     const src_field *find_field(int32_t ctor, const char *name, int32_t index);
     void mark_read(frame &f, const char *name, bool present);
-    place place_of(const void *table, int32_t ctor, const char *name, int32_t index);
+    place place_of(lua_State *L, const void *table, int32_t ctor, const char *name, int32_t index);
     place patched(lua_State *L, int32_t ctor, const char *name, int32_t index);
+    place passed_on(lua_State *L, const void *table, const src_field *f, const char *name);
+    place table_value(const void *table, int32_t made, const place &named);
+    src_span local_value(std::string_view v, lua_State *L, src_span *value_span) const;
     void note_place(const std::string &path, const place &p);
     void collect(lua_State *L, frame &f);
     void lookup(lua_State *L, const char *name, int32_t index, kiv_want want);

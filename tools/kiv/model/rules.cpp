@@ -86,21 +86,36 @@ bool passes_on(const std::string &t)
 // ---------------------------------------------------------------------------
 // Keys, as the loader read them.
 
+// A key of a table the loader read to its end that it did not read; in a
+// table whose reading stopped at a missing table or array (a buffer without
+// `input`), only a key that is that one misspelt.
 void unknown_key(const script_model &m, findings &out)
 {
     for (const read_table &t : m.tables) {
-        if (!t.whole)
+        if (!t.whole && t.stopped_at.empty())
             continue;
         for (const std::string &k : t.unread()) {
+            std::string hint = did_you_mean(k, t.missing);
+            if (!t.whole && nearest_name(k, {t.stopped_at}).empty())
+                continue;
+            // A key the loader reads in another table.
+            auto elsewhere = m.read_in.find(k);
+            if (hint.empty() && elsewhere != m.read_in.end() && elsewhere->second != t.path)
+                hint = "; it is read in " + (elsewhere->second.empty()
+                                                 ? std::string("the top-level table")
+                                                 : elsewhere->second);
             // Written in the table, or patched in afterwards.
             const src_field *f = field_of(m.source, t.ctor, k.c_str(), -1);
             src_span where = f ? f->key : src_span{};
             for (const src_assignment &a : m.source.assignments)
                 if (!f && a.literal_key && a.name == k)
                     where = a.key;
-            add(out, "unknown-key", t.path.empty() ? k : t.path + "." + k,
-                "no loader reads `" + k + "` here: it is ignored" + did_you_mean(k, t.missing),
-                where);
+            const std::string what = t.whole ? "no loader reads `" + k + "` here: it is ignored"
+                                             : "no loader reads `" + k +
+                                                   "` here, and the table "
+                                                   "is read no further without `" +
+                                                   t.stopped_at + "`";
+            add(out, "unknown-key", t.path.empty() ? k : t.path + "." + k, what + hint, where);
         }
     }
 }
@@ -195,7 +210,7 @@ std::string window_text(const script_model &m, const std::string &path, const ui
     if (!at || !at->present)
         return stored;
     std::string written = m.written(at->value);
-    if (written.size() > 60 || written.find('\n') != std::string::npos)
+    if (written.size() > 60 || written.find('\n') != std::string::npos || !written_out(written))
         return stored;
     std::string compact;
     for (char ch : written)
@@ -728,15 +743,48 @@ std::vector<std::string> buffer_names(const kiv_multi_chan_cfg &cfg)
 
 // A key the loader needs but does not find, with the key the table holds
 // instead when one is near: `Version` for version, `chanels` for channels.
+// What stands in place of a key the loader looked for and did not find:
+// a key near it in the table it looked in (`Version` for version), or the
+// key itself in the table around it (`fps` written in the channel, not in
+// its vsrc).
+struct stand_in {
+    std::string key;   // "" when there is none
+    std::string where; // the table's path, when it is the one around
+    src_span place;
+};
+
+stand_in stand_in_for(const script_model &m, const log_line &l, const std::string &key)
+{
+    const int32_t looked = l.looked_in >= 0 ? l.looked_in : l.table;
+    if (key.empty() || looked < 0)
+        return {};
+    const read_table &t = m.tables[static_cast<size_t>(looked)];
+    const std::string near = nearest_name(key, t.unread());
+    if (!near.empty()) {
+        const src_field *f = field_of(m.source, t.ctor, near.c_str(), -1);
+        return {near, "", f ? f->key : src_span{}};
+    }
+    if (t.parent >= 0) {
+        const read_table &up = m.tables[static_cast<size_t>(t.parent)];
+        const std::vector<std::string> unread = up.unread();
+        if (std::find(unread.begin(), unread.end(), key) != unread.end()) {
+            const src_field *f = field_of(m.source, up.ctor, key.c_str(), -1);
+            return {key, up.path, f ? f->key : src_span{}};
+        }
+    }
+    return {};
+}
+
 std::string explain_absent(const script_model &m, const log_line &l, const std::string &t,
                            const std::string &key)
 {
-    if (l.table < 0)
+    const stand_in s = stand_in_for(m, l, key);
+    if (s.key.empty())
         return t;
-    const std::string given = nearest_name(key, m.tables[static_cast<size_t>(l.table)].unread());
-    return hinted(t, given.empty() ? ""
-                                   : "the table has `" + given +
-                                         "`, which no loader reads: did you mean `" + key + "`?");
+    if (!s.where.empty())
+        return hinted(t, "`" + key + "` is written in " + s.where + ", the table around it");
+    return hinted(t, "the table has `" + s.key + "`, which no loader reads: did you mean `" + key +
+                         "`?");
 }
 
 // The key a line says is missing ("item(version) doesn't exist", "no
@@ -748,6 +796,8 @@ std::string missing_key(const log_line &l)
         return l.text.find("kiv_get_stream_cfg") != std::string::npos ? "streams" : "channels";
     if (t == "no canvas cfg found")
         return "canvas";
+    if (t.starts_with("no source buffer found in canvas("))
+        return "source";
     if (l.level == 0 && t.starts_with("item(") && t.find("doesn't exist") != std::string::npos)
         return between(t, "item(", ")");
     return "";
@@ -766,48 +816,99 @@ std::string explain_ids(const script_model &m, const std::string &t)
 // ---------------------------------------------------------------------------
 // The library's verdict, each line placed and explained.
 
-// The ERROR line that ended a failed load: in the run of ERROR lines the
-// log ends with, the last that does not only pass the failure on.  Null
-// for a load that succeeded or ended without an ERROR line.  `before` is
-// the WARN line just before that run, which says why when the run only
-// passes a failure on ("item(boot_param) doesn't exist", then "get network
-// bootup param error").
-const log_line *failure_cause(const script_model &m, const log_line **before = nullptr)
+// Why a load failed: the line that says so and, when the library gave no
+// line of its own, the key it was missing.
+struct failure {
+    const log_line *line = nullptr; // null: the load ended without an ERROR line
+    std::string missing;            // a required key absent without a line of its own
+    const log_line *why = nullptr;  // the WARN that says what was missing, when one does
+};
+
+// Whether a WARN line says that a default was taken (the load goes on) rather
+// than that something is missing.
+bool defaulted(const log_line &l)
 {
-    if (before)
-        *before = nullptr;
+    return l.text.find("default") != std::string::npos ||
+           l.text.find("set to 0") != std::string::npos ||
+           l.text.find("doen't exist") != std::string::npos;
+}
+
+// The ERROR line that ended a failed load: in the run of ERROR lines the
+// log ends with, the last that does not only pass a failure on.  When the
+// whole run only passes one on, the failure had no line of its own: either
+// a required key was missing (the loader's last lookup found nothing, and
+// no WARN of its own followed), or the parser went on after an earlier
+// ERROR (a third pass asked for) and returned it at the end: that ERROR.
+failure failure_of(const script_model &m)
+{
+    failure f;
     if (m.result == 0)
-        return nullptr;
-    const log_line *cause = nullptr;
+        return f;
+    const log_line *first = nullptr, *prev = nullptr;
     for (auto l = m.log.rbegin(); l != m.log.rend(); ++l) {
         if (l->level == 3)
             continue;
         if (l->level != 0) {
-            if (before && cause && passes_on(library_text(cause->text)))
-                *before = &*l;
+            prev = &*l;
             break;
         }
-        if (!cause || (passes_on(library_text(cause->text)) && !passes_on(library_text(l->text))))
-            cause = &*l;
-        else if (!passes_on(library_text(l->text)))
-            break;
+        first = &*l;
+        if (!passes_on(library_text(l->text)) && !f.line)
+            f.line = &*l;
     }
-    return cause;
+    if (f.line || !first)
+        return f;
+    f.line = first;
+    if (!first->found && (!prev || prev->path != first->path)) {
+        const size_t dot = first->path.find_last_of('.');
+        f.missing = dot == std::string::npos ? first->path : first->path.substr(dot + 1);
+        return f;
+    }
+    // The library said what was missing as a warning ("item(boot_param)
+    // doesn't exist"), then failed.
+    if (!first->found && prev && !defaulted(*prev)) {
+        f.why = prev;
+        return f;
+    }
+    for (const log_line *l = first; l-- != m.log.data();)
+        if (l->level == 0 && !passes_on(library_text(l->text))) {
+            f.line = l;
+            break;
+        }
+    return f;
 }
 
-// Where a line is best placed: a missing key at the key the table holds
-// instead when one is near (`Version = 1` for version), a duplicate channel
+// Where a missing key is best placed: at the key the table holds instead
+// when one is near (`Version = 1` for version); else where the loader
+// looked for it.
+src_span place_of_missing(const script_model &m, const log_line &l, const std::string &key)
+{
+    const stand_in s = stand_in_for(m, l, key);
+    return s.place.none() ? l.where : s.place;
+}
+
+// Where a line is best placed: a missing key as above, a duplicate channel
 // id at its second use; else where the loader was reading.
 src_span place_of_line(const script_model &m, const log_line &l)
 {
-    const std::string key = missing_key(l);
-    if (!key.empty() && l.table >= 0) {
-        const read_table &t = m.tables[static_cast<size_t>(l.table)];
-        const std::string given = nearest_name(key, t.unread());
+    // A memory layout's list that does not have as many entries as its
+    // count says: placed at the count, which the list is measured against.
+    const std::string t = library_text(l.text);
+    const char *count = t.starts_with("channel mem cfg num(")  ? "max_chan_num"
+                        : t.starts_with("stream mem cfg num(") ? "max_stream_num"
+                                                               : nullptr;
+    if (count && l.table >= 0)
         if (const src_field *f =
-                given.empty() ? nullptr : field_of(m.source, t.ctor, given.c_str(), -1))
-            return f->key;
+                field_of(m.source, m.tables[static_cast<size_t>(l.table)].ctor, count, -1))
+            return {f->key.begin, f->value.end};
+    // A pass the channel lacks is asked for by its pass_num.
+    if (t.starts_with("item(pass_") && l.looked_in >= 0) {
+        const read_table &chan = m.tables[static_cast<size_t>(l.looked_in)];
+        if (const src_field *f = field_of(m.source, chan.ctor, "pass_num", -1))
+            return {f->key.begin, f->value.end};
     }
+    if (const std::string key = missing_key(l); !key.empty())
+        return place_of_missing(m, l, key);
     if (library_text(l.text).starts_with("invalid channel id(") && m.kind == kiv_kind::multi_chan)
         for (const script_model::duplicate &d : m.duplicates)
             if (d.list == "channels")
@@ -828,27 +929,48 @@ void load_failed(const script_model &m, findings &out)
 {
     if (m.result == 0)
         return;
-    const log_line *before = nullptr;
-    const log_line *cause = failure_cause(m, &before);
+    const failure f = failure_of(m);
     const std::string refused = "the library refused the script (result " + num(m.result) + ")";
-    if (!cause) {
+    if (!f.line) {
         const bool empty = m.kind == kiv_kind::calib && m.calib_size == 0;
         add(out, "load-failed", "", empty ? "calib_data has no items: nothing to load" : refused,
             {});
         return;
     }
-    if (before)
-        add(out, "load-failed", before->path,
-            trimmed(explain(m, *before)) + ", so " + trimmed(explain(m, *cause)) + "; " + refused,
-            place_of_line(m, *before));
-    else
-        add(out, "load-failed", path_of_line(m, *cause),
-            trimmed(explain(m, *cause)) + "; " + refused, place_of_line(m, *cause));
+    const log_line &l = *f.line;
+    if (f.why) {
+        add(out, "load-failed", f.why->path,
+            trimmed(explain(m, *f.why)) + ", so " + trimmed(explain(m, l)) + "; " + refused,
+            place_of_line(m, *f.why));
+        return;
+    }
+    // A value of the wrong type where the loader wanted a table.
+    for (const script_model::slip &sl : m.slips)
+        if (f.missing.empty() && sl.wrong_type && sl.path == l.path &&
+            passes_on(library_text(l.text))) {
+            add(out, "load-failed", l.path,
+                "`" + l.path.substr(l.path.find_last_of('.') + 1) + "` is " + sl.message + ", so " +
+                    trimmed(library_text(l.text)) + "; " + refused,
+                sl.where);
+            return;
+        }
+    if (f.missing.empty()) {
+        add(out, "load-failed", path_of_line(m, l), trimmed(explain(m, l)) + "; " + refused,
+            place_of_line(m, l));
+        return;
+    }
+    // The key the loader needed, the nearest key the table has instead, and
+    // what the library said about it.
+    const std::string said = "`" + f.missing + "` is missing, which the loader needs here";
+    add(out, "load-failed", l.path,
+        explain_absent(m, l, said, f.missing) + ", so " + trimmed(library_text(l.text)) + "; " +
+            refused,
+        place_of_missing(m, l, f.missing));
 }
 
 void load_error(const script_model &m, findings &out)
 {
-    const log_line *cause = failure_cause(m);
+    const log_line *cause = failure_of(m).line;
     for (const log_line &l : m.log)
         if (l.level == 0 && &l != cause && !passes_on(library_text(l.text)) &&
             (!cause || &l < cause))
@@ -891,8 +1013,25 @@ std::string explain(const script_model &m, const log_line &l)
         const std::string v = between(t, "value(", ")");
         if (v.size() > 5 && v.starts_with("chan_") && isdigit(static_cast<unsigned char>(v[5])))
             return hinted(t, "the channels are chan_0 to chan_2");
+        const bool digits = !v.empty() && std::all_of(v.begin(), v.end(), [](char c) {
+            return isdigit(static_cast<unsigned char>(c)) != 0;
+        });
+        if (digits)
+            return hinted(t, "a channel's name is wanted: \"chan_" + v + "\"");
         return hinted(t, mean(v, {"chan_0", "chan_1", "chan_2"}));
     }
+    if (t.starts_with("channel mem cfg num(") || t.starts_with("stream mem cfg num("))
+        return hinted(t, std::string(t[0] == 'c' ? "channels_mem" : "streams_mem") + " has " +
+                             between(t, "num(", ")") +
+                             (between(t, "num(", ")") == "1" ? " entry" : " entries") +
+                             " at line " + num(l.where.begin.line) + ", " +
+                             (t[0] == 'c' ? "max_chan_num " : "max_stream_num ") +
+                             between(t, "max(", ")") + " here");
+    if (t.starts_with("item(pass_") && l.level == 0)
+        return hinted(t, "pass_num asks for pass " + between(t, "item(pass_", ")") +
+                         ": a channel has passes 0 and 1, pass_num 2 at most");
+    if (const std::string u = trimmed(t); u.starts_with("item ") && u.ends_with(" does not exist"))
+        return hinted(t, mean(u.substr(5, u.size() - 20), {"chan_0", "chan_1", "chan_2"}));
     if (t.starts_with("invalid channel id(") && t.find("CONFIG_") != std::string::npos)
         return "invalid channel id(" + between(t, "id(", ")") +
                "): channel ids are 0 to 2, the pipeline has 3 channels";
@@ -1005,7 +1144,23 @@ std::vector<finding> findings_of(const script_model &m, bool check_only,
         return a.where.begin.offset < b.where.begin.offset ||
                (a.where.begin.offset == b.where.begin.offset && a.where.none() && !b.where.none());
     });
-    return out;
+    // One mistake in a table several channels share (a local, a helper) is
+    // found once for each: said once, at its place, naming the others.
+    std::vector<finding> merged;
+    for (finding &f : out) {
+        finding *prev = merged.empty() ? nullptr : &merged.back();
+        if (prev && !f.where.none() && prev->r == f.r &&
+            prev->where.begin.offset == f.where.begin.offset && !f.path.empty()) {
+            const size_t also = prev->message.rfind(" (also ");
+            if (also != std::string::npos && prev->message.ends_with(")"))
+                prev->message.insert(prev->message.size() - 1, ", " + f.path);
+            else
+                prev->message += " (also " + f.path + ")";
+            continue;
+        }
+        merged.push_back(std::move(f));
+    }
+    return merged;
 }
 
 } // namespace kivtool

@@ -646,9 +646,12 @@ std::vector<std::string> suppressed_rules(std::string_view s, bool &whole_file)
             s.remove_prefix(word.size());
         return ok;
     };
-    blanks();
-    if (!take("kiv-lint:"))
+    // The directive may follow a remark ("-- feeds pass 1 only; kiv-lint: ...").
+    const size_t at = s.find("kiv-lint:");
+    if (at == std::string_view::npos)
         return rules;
+    s.remove_prefix(at);
+    take("kiv-lint:");
     blanks();
     whole_file = take("disable-file=");
     if (!whole_file && !take("disable="))

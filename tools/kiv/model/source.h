@@ -84,6 +84,8 @@ struct src_function {
 // silences them on its own line when code stands before it there, otherwise
 // on the next line that holds a token (none when no token follows);
 // `-- kiv-lint: disable-file=RULE[,RULE...]` silences them in the whole file.
+// The directive may follow a remark in the same comment (`-- feeds the warp;
+// kiv-lint: disable=unbound-buffer`).
 struct src_suppression {
     uint32_t line = 0; // the line whose findings it silences; 0: the whole file
     std::string rule;

@@ -237,8 +237,9 @@ TEST(SourceSuppressions, OwnLineTrailingFileWideAndMalformed)
         {"x = [[\n]] -- kiv-lint: disable=a", "2 a"},
         {"--[==[ x ]==] -- kiv-lint: disable=a\nx", "2 a"},
         {"x = 1\n-- kiv-lint: disable=a", ""},
+        {"-- feeds the warp; kiv-lint: disable=a\nx", "2 a"},
         {"-- kiv-lint: disable a\n-- kiv-lint disable=a\n-- kiv-lint: disable=\n"
-         "-- kiv-lint: disable=A\n--[[ kiv-lint: disable=a ]]\n-- see kiv-lint: disable=a\n"
+         "-- kiv-lint: disable=A\n--[[ kiv-lint: disable=a ]]\n"
          "x = '-- kiv-lint: disable=a'",
          ""},
     };
