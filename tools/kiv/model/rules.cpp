@@ -1028,8 +1028,11 @@ std::string explain(const script_model &m, const log_line &l)
                              (t[0] == 'c' ? "max_chan_num " : "max_stream_num ") +
                              between(t, "max(", ")") + " here");
     if (t.starts_with("item(pass_") && l.level == 0)
-        return hinted(t, "pass_num asks for pass " + between(t, "item(pass_", ")") +
-                         ": a channel has passes 0 and 1, pass_num 2 at most");
+        return hinted(t, between(t, "item(pass_", ")") == "1"
+                             ? "pass_num asks for a second pass, whose buffers go in a table "
+                               "pass_1"
+                             : "pass_num asks for a pass the channel cannot have: pass_num is 2 "
+                               "at most");
     if (const std::string u = trimmed(t); u.starts_with("item ") && u.ends_with(" does not exist"))
         return hinted(t, mean(u.substr(5, u.size() - 20), {"chan_0", "chan_1", "chan_2"}));
     if (t.starts_with("invalid channel id(") && t.find("CONFIG_") != std::string::npos)

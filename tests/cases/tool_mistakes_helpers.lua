@@ -1,0 +1,38 @@
+-- Mistakes in a board built by helpers and loops, and what lint says of
+-- each: a value a helper was given is placed where its caller wrote it (by
+-- the key's name, by another name, or by position), a value taken from a
+-- local where the local is set, a value patched in after its table at the
+-- patch; a mistake in a table every channel shares is said once.
+-- include: helper_board
+--- the board as it stands is clean | kiv lint -q {}
+--- a misspelt key of a shared sensor: the load fails at it, nothing else is judged | kiv lint -q {}
+-- edit: mode = "1080p", => mdoe = "1080p",
+--- a key of the sensor written in the channel: said where it stands | kiv check -q {}
+-- edit: return { vsrc_id = id, mode = "1080p", fps = RATE, => return { vsrc_id = id, mode = "1080p",
+-- edit: \t\tsensor_ctrl = 1, => \t\tsensor_ctrl = 1,\n\t\tfps = RATE,
+--- a string where the sensor goes | kiv check -q {}
+-- edit: vsrc = sensor(i), => vsrc = "sensor" .. i,
+--- a pass the channel cannot have | kiv check -q {}
+-- edit: pass_num = 1, => pass_num = 3,
+--- a window outside its canvas, given by position to the helper | kiv lint -q {}
+-- edit: second = buf(640, 360, i * 640, 0), => second = buf(640, 360, i * 640 + 960, 0),
+--- a rate above the source's, given to the helper under another name | kiv lint -q {}
+-- edit: id = i, => id = i, rate = 60,
+--- a fraction in a local that every channel takes | kiv lint -q {}
+-- edit: local RATE = 30 => local RATE = 29.97
+--- a buffer lacking its input: the misspelt key, not the keys after it | kiv lint -q {}
+-- edit: input = {0, 0, 1920, 1080}, output => inputs = {0, 0, 1920, 1080}, output
+--- a stream's size patched in after the table | kiv lint -q {}
+_resource_config_.streams[2].max_size = {3840, 2160}
+--- a canvas type meant as a prefix | kiv check -q {}
+-- edit: { type = "prev", => { type = "preview",
+--- a list misspelt in a canvas | kiv check -q {}
+-- edit: source = {"chan_1.main"} => sources = {"chan_1.main"}
+--- statistics from a channel given as a number | kiv check -q {}
+-- edit: img_stats_src_chan = "chan_" .. o.id, => img_stats_src_chan = o.id,
+--- a key of the channel written in its sensor: where it is read instead | kiv lint -q {}
+-- edit: hdr_mode = "linear", bits = 12 } => hdr_mode = "linear", bits = 12, hflip = 1 }
+--- an undefined name: nil where a table goes | kiv check -q {}
+-- edit: vsrc = sensor(i), => vsrc = sensr,
+--- a missing closing brace | kiv check -q {}
+-- edit: second = buf(640, 360, i * 640, 0), => second = buf(640, 360, i * 640, 0,
