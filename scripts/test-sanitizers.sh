@@ -16,17 +16,25 @@ cmake --build build-asan -j "$jobs"
 (cd build-asan && ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
     ctest --output-on-failure -j "$jobs")
 
-# Concurrent loads under ThreadSanitizer.
+# Concurrent loads under ThreadSanitizer: the library's, a thread with a log
+# level of its own, and the tool checking and linting files side by side.
 cmake -S . -B build-tsan -G Ninja -DCMAKE_BUILD_TYPE=Debug -DKIV_WERROR=ON \
     -DKIV_SANITIZE=thread >/dev/null
-cmake --build build-tsan -j "$jobs" --target kiv_tests
-TSAN_OPTIONS=halt_on_error=1 build-tsan/tests/kiv_tests --gtest_filter='Threads.*' --gtest_brief=1
+cmake --build build-tsan -j "$jobs" --target kiv_tests kiv_tool_tests
+TSAN_OPTIONS=halt_on_error=1 build-tsan/tests/kiv_tests --gtest_filter='Threads.*:Any.AThread*' \
+    --gtest_brief=1
+TSAN_OPTIONS=halt_on_error=1 build-tsan/tools/kiv/tests/kiv_tool_tests --gtest_brief=1 \
+    --gtest_filter='Cases.GiveWhatTheirOutFileSays/tool_check:Cases.GiveWhatTheirOutFileSays/tool_lint'
 
 # valgrind on the plain debug build of the test command (the wrong-type
-# variants, thousands of loads, and the hostile scripts that run to their
-# bounds run under the sanitizers above instead).
+# variants, thousands of loads, the hostile scripts that run to their bounds
+# and the concurrency test, whose threads valgrind runs one at a time, run
+# under the sanitizers above instead; the stack measurement runs loads on a
+# painted stack of its own, which valgrind takes for freed memory once the
+# load has left it).
 cmake -S . -B build-test -G Ninja -DCMAKE_BUILD_TYPE=Debug -DKIV_WERROR=ON >/dev/null
 cmake --build build-test -j "$jobs"
 valgrind --quiet --error-exitcode=1 --leak-check=full --errors-for-leak-kinds=definite,indirect \
-    build-test/tests/kiv_tests --gtest_brief=1 --gtest_filter=-Hostile.*:Bounds.EveryHostileScriptEndsAtItsBound
+    build-test/tests/kiv_tests --gtest_brief=1 \
+    --gtest_filter=-Hostile.*:Bounds.EveryHostileScriptEndsAtItsBound:Threads.*:Bounds.DeepestNesting*
 echo "sanitizers and valgrind: clean"

@@ -1,5 +1,6 @@
 #include "model/model.h"
 
+#include <cctype>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -210,6 +211,104 @@ src_span script_model::where(const std::string &path) const
 std::string script_model::written(const src_span &s) const
 {
     return std::string(span_text(text, s));
+}
+
+void script_model::index_assignments() const
+{
+    if (assignments_indexed_)
+        return;
+    assignments_indexed_ = true;
+    for (size_t i = 0; i < source.assignments.size(); ++i) {
+        const src_assignment &a = source.assignments[i];
+        if (a.literal_key && !a.name.empty())
+            assigned_[a.name].push_back(static_cast<int32_t>(i));
+        if (a.constructor >= 0)
+            assigned_ctor_[a.constructor] = static_cast<int32_t>(i);
+    }
+}
+
+const std::vector<int32_t> &script_model::assignments_to(const std::string &name) const
+{
+    static const std::vector<int32_t> none;
+    index_assignments();
+    auto it = assigned_.find(name);
+    return it == assigned_.end() ? none : it->second;
+}
+
+int32_t script_model::assignment_of(int32_t ctor) const
+{
+    index_assignments();
+    auto it = assigned_ctor_.find(ctor);
+    return it == assigned_ctor_.end() ? -1 : it->second;
+}
+
+namespace
+{
+
+bool name_char(char c)
+{
+    return isalnum(static_cast<unsigned char>(c)) || c == '_';
+}
+
+} // namespace
+
+// One pass over the text: every name followed by a single '=' and a value
+// up to the end of the statement on its line.  Strings and comments are not
+// told apart: what a name is said to be set to is only believed where the
+// value gives the value loaded.
+const std::vector<script_model::value_set> &script_model::sets_of(std::string_view name) const
+{
+    static const std::vector<value_set> none;
+    if (!sets_indexed_) {
+        sets_indexed_ = true;
+        const std::string_view t = text;
+        uint32_t line = 1;
+        size_t line_start = 0;
+        for (size_t at = 0; at < t.size();) {
+            const char c = t[at];
+            if (c == '\n' || c == '\r') {
+                at +=
+                    at + 1 < t.size() && (t[at + 1] == '\n' || t[at + 1] == '\r') && t[at + 1] != c
+                        ? 2
+                        : 1;
+                ++line;
+                line_start = at;
+                continue;
+            }
+            if (!name_char(c) || isdigit(static_cast<unsigned char>(c)) ||
+                (at > 0 && name_char(t[at - 1]))) {
+                ++at;
+                continue;
+            }
+            size_t i = at;
+            while (i < t.size() && name_char(t[i]))
+                ++i;
+            const std::string_view n = t.substr(at, i - at);
+            size_t v = i;
+            while (v < t.size() && (t[v] == ' ' || t[v] == '\t'))
+                ++v;
+            if (v + 1 < t.size() && t[v] == '=' && t[v + 1] != '=' && sets_.size() < 65536) {
+                ++v;
+                while (v < t.size() && (t[v] == ' ' || t[v] == '\t'))
+                    ++v;
+                size_t end = v;
+                while (end < t.size() && !strchr(",;\r\n", t[end]) &&
+                       !t.substr(end).starts_with("--"))
+                    ++end;
+                while (end > v && (t[end - 1] == ' ' || t[end - 1] == '\t'))
+                    --end;
+                auto pos = [&](size_t o) {
+                    return src_pos{line, static_cast<uint32_t>(o - line_start + 1),
+                                   static_cast<uint32_t>(o)};
+                };
+                if (end > v)
+                    sets_[n].push_back({{pos(at), pos(end)}, {pos(v), pos(end)}});
+            }
+            at = i;
+        }
+    }
+    auto it = sets_.find(name);
+    return it == sets_.end() ? none : it->second;
 }
 
 script_model load_model(const std::string &file, const load_options &opt)

@@ -123,8 +123,27 @@ struct script_model {
     // The text of the script at a span.
     std::string written(const src_span &s) const;
 
+    // The assignments to fields (source.assignments) whose key is `name`,
+    // in source order, and the one whose value is constructor `ctor` (-1
+    // for none).
+    const std::vector<int32_t> &assignments_to(const std::string &name) const;
+    int32_t assignment_of(int32_t ctor) const;
+    // Where a name is set to a literal, `NAME = value` (`local RATE = 30`),
+    // in source order: the statement from the name on, and the value.
+    struct value_set {
+        src_span statement, value;
+    };
+    const std::vector<value_set> &sets_of(std::string_view name) const;
+
   private:
-    mutable std::unordered_map<std::string, size_t> named_index_; // made at the first place_at
+    // Indexes made at their first use.
+    mutable std::unordered_map<std::string, size_t> named_index_;
+    mutable std::unordered_map<std::string, std::vector<int32_t>> assigned_;
+    mutable std::unordered_map<int32_t, int32_t> assigned_ctor_;
+    mutable bool assignments_indexed_ = false;
+    mutable std::unordered_map<std::string_view, std::vector<value_set>> sets_;
+    mutable bool sets_indexed_ = false;
+    void index_assignments() const;
 };
 
 struct load_options {

@@ -375,15 +375,15 @@ place reading::passed_on(lua_State *L, const void *table, const src_field *f, co
 // script patched it in afterwards: `cfg.channels[1].vsrc.bits = 10`): the
 // last assignment to that key whose value gives it.  Without one, the
 // constructor's '{': better no place for the value than a wrong one.
-place reading::patched(lua_State *L, int32_t ctor, const char *name, int32_t index)
+place reading::patched(lua_State *L, int32_t ctor, const char *name)
 {
     const src_assignment *found = nullptr;
-    for (const src_assignment &a : m_.source.assignments) {
-        if (!a.literal_key || (name ? a.name != name : !a.name.empty() || a.index != index + 1))
-            continue;
-        if (gives(L, -1, span_text(m_.text, a.value)))
-            found = &a;
-    }
+    if (name)
+        for (int32_t i : m_.assignments_to(name)) {
+            const src_assignment &a = m_.source.assignments[static_cast<size_t>(i)];
+            if (gives(L, -1, span_text(m_.text, a.value)))
+                found = &a;
+        }
     if (found)
         return {joined_span(found->key, found->value), found->value, true};
     if (ctor >= 0)
@@ -399,43 +399,13 @@ src_span reading::local_value(std::string_view v, lua_State *L, src_span *value_
     const std::string_view name = variable_of(v);
     if (name.empty())
         return {};
-    const std::string_view text = m_.text;
-    for (size_t at = text.find(name); at != std::string_view::npos; at = text.find(name, at + 1)) {
-        if ((at > 0 && name_char(text[at - 1])) ||
-            (at + name.size() < text.size() && name_char(text[at + name.size()])))
-            continue;
-        size_t i = at + name.size();
-        while (i < text.size() && (text[i] == ' ' || text[i] == '\t'))
-            ++i;
-        if (i + 1 >= text.size() || text[i] != '=' || text[i + 1] == '=')
-            continue;
-        ++i;
-        while (i < text.size() && (text[i] == ' ' || text[i] == '\t'))
-            ++i;
-        size_t end = i;
-        while (end < text.size() && !strchr(",;\r\n", text[end]) &&
-               !text.substr(end).starts_with("--"))
-            ++end;
-        while (end > i && (text[end - 1] == ' ' || text[end - 1] == '\t'))
-            --end;
-        const std::string_view value = text.substr(i, end - i);
-        if (!literal(value) || value[0] == '{' || !gives(L, -1, value))
-            continue;
-        // The line and column of the name, counted from the start of its line.
-        size_t line_start = text.find_last_of("\r\n", at);
-        line_start = line_start == std::string_view::npos ? 0 : line_start + 1;
-        uint32_t line = 1;
-        for (size_t k = 0; k < line_start; ++k)
-            if (text[k] == '\n' ||
-                (text[k] == '\r' && (k + 1 >= text.size() || text[k + 1] != '\n')))
-                ++line;
-        src_span s;
-        s.begin = {line, static_cast<uint32_t>(at - line_start + 1), static_cast<uint32_t>(at)};
-        s.end = {line, static_cast<uint32_t>(end - line_start + 1), static_cast<uint32_t>(end)};
-        if (value_span)
-            *value_span = {
-                {line, static_cast<uint32_t>(i - line_start + 1), static_cast<uint32_t>(i)}, s.end};
-        return s;
+    for (const script_model::value_set &set : m_.sets_of(name)) {
+        const std::string_view value = span_text(m_.text, set.value);
+        if (literal(value) && value[0] != '{' && gives(L, -1, value)) {
+            if (value_span)
+                *value_span = set.value;
+            return set.statement;
+        }
     }
     return {};
 }
@@ -447,9 +417,10 @@ place reading::table_value(const void *table, int32_t made, const place &named)
 {
     if (made < 0 || (named.present && named.value.none())) // placed at a helper's call
         return named;
-    for (const src_assignment &a : m_.source.assignments)
-        if (a.constructor == made)
-            return {joined_span(a.key, a.value), a.value, true};
+    if (const int32_t i = m_.assignment_of(made); i >= 0) {
+        const src_assignment &a = m_.source.assignments[static_cast<size_t>(i)];
+        return {joined_span(a.key, a.value), a.value, true};
+    }
     const std::string_view v = named.present ? span_text(m_.text, named.value) : "";
     if (written_out(v) || v.find('(') != std::string_view::npos)
         return named;
@@ -535,7 +506,7 @@ void reading::lookup(lua_State *L, const char *name, int32_t index, kiv_want wan
         cur_ = table_value(lua_topointer(L, -1), ctor_of(L, -1, fl ? fl->constructor : -1), cur_);
     } else if (lua_type(L, -1) != LUA_TNIL &&
                (!cur_.present || !gives(L, -1, span_text(m_.text, cur_.value)))) {
-        cur_ = patched(L, in, key, index);
+        cur_ = patched(L, in, key);
     }
     cur_found_ = lua_type(L, -1) != LUA_TNIL;
     cur_table_ = f.index;

@@ -119,7 +119,7 @@ class reading
     const src_field *find_field(int32_t ctor, const char *name, int32_t index);
     void mark_read(frame &f, const char *name, bool present);
     place place_of(lua_State *L, const void *table, int32_t ctor, const char *name, int32_t index);
-    place patched(lua_State *L, int32_t ctor, const char *name, int32_t index);
+    place patched(lua_State *L, int32_t ctor, const char *name);
     place passed_on(lua_State *L, const void *table, const src_field *f, const char *name);
     place table_value(const void *table, int32_t made, const place &named);
     src_span local_value(std::string_view v, lua_State *L, src_span *value_span) const;

@@ -107,9 +107,8 @@ void unknown_key(const script_model &m, findings &out)
             // Written in the table, or patched in afterwards.
             const src_field *f = field_of(m.source, t.ctor, k.c_str(), -1);
             src_span where = f ? f->key : src_span{};
-            for (const src_assignment &a : m.source.assignments)
-                if (!f && a.literal_key && a.name == k)
-                    where = a.key;
+            for (int32_t i : f ? std::vector<int32_t>{} : m.assignments_to(k))
+                where = m.source.assignments[static_cast<size_t>(i)].key;
             const std::string what = t.whole ? "no loader reads `" + k + "` here: it is ignored"
                                              : "no loader reads `" + k +
                                                    "` here, and the table "
