@@ -13,7 +13,7 @@ mkdir "$work/bin"
 
 # Installed packages, one NAME:ARCH per line.
 for p in cmake ninja-build g++ clang libclang-rt-14-dev valgrind pkg-config libbenchmark-dev \
-         binutils libpng-dev librsvg2-bin; do
+         binutils libpng-dev librsvg2-bin neovim; do
     echo "$p:amd64"
 done >"$work/installed"
 printf '%s\n' googletest:all libcli11-dev:all nlohmann-json3-dev:all liblua5.3-dev:arm64 \

@@ -25,6 +25,8 @@ _resource_config_ = { version = 1 }
 --- hevc without a file | kiv hevc
 --- aisp help | kiv aisp --help
 --- aisp without a file | kiv aisp
+--- lsp help | kiv lsp --help
+--- lsp with a stray argument | kiv lsp x.lua
 --- show of a missing file | kiv show /nonexistent/dir/x.lua
 --- dump of a missing file | kiv dump /nonexistent/dir/x.lua
 --- calib of a missing file | kiv calib /nonexistent/dir/x.lua

@@ -41,6 +41,7 @@ int run(int argc, char **argv)
     add_layout(app, rc);
     add_lint(app, rc);
     add_standalone(app, rc);
+    add_lsp(app, rc);
     // The parser would report an unknown first word only as a missing
     // subcommand.
     if (argc > 1 && argv[1][0] != '-' &&

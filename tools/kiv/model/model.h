@@ -90,6 +90,9 @@ struct script_model {
     // Every record path the reading named and where, in reading order (a
     // path named again: the last one counts, as in the record).
     std::vector<std::pair<std::string, place>> named;
+    // What each key of a key table left in its field, by record path (the
+    // last store counts, as in the record).
+    std::unordered_map<std::string, int64_t> held;
     // Values the loader could not take as their key's type, and integers
     // their field could not hold, found while reading: {path, message}.
     struct slip {

@@ -663,6 +663,7 @@ void reading::stored(const char *key, int32_t elem, int64_t held)
 {
     frame &f = stack_.back();
     const std::string k = elem < 0 ? std::string(key) : indexed(key, elem);
+    m_.held[joined(f.rec, k)] = held;
     auto it = f.given.find(k);
     if (it == f.given.end() || it->second == held)
         return;

@@ -1,0 +1,800 @@
+#include "lsp/assist.h"
+
+#include <algorithm>
+#include <cstring>
+#include <regex>
+
+#include "canvas/canvas.h"
+#include "lsp/keydocs.h"
+#include "model/names.h"
+#include "model/rule_kit.h"
+#include "vsrc/vsrc.h"
+
+namespace kivtool::lsp
+{
+
+namespace
+{
+
+// The protocol's kinds of completion items and symbols that are used here.
+enum : int {
+    ITEM_FIELD = 5,
+    ITEM_VALUE = 12,
+    ITEM_ENUM_MEMBER = 20,
+    SYMBOL_MODULE = 2,
+    SYMBOL_CLASS = 5,
+    SYMBOL_FIELD = 8,
+    SYMBOL_STRUCT = 23,
+};
+
+// The buffer as a request sees it: its text now, the map of that text, and
+// the last check with the offsets it shares with this text.
+struct view {
+    const document &d;
+    std::string_view text;
+    src_map map;
+    line_index lines;
+    const analysis *a;
+    std::string_view old; // the text of the check
+    size_t prefix = 0;    // bytes the two texts share at their start
+    size_t suffix = 0;    // and at their end (not overlapping the prefix)
+
+    explicit view(const document &doc)
+        : d(doc), text(doc.text), map(scan_source(doc.text)), lines(doc.text), a(doc.last.get())
+    {
+        if (!a)
+            return;
+        old = a->model.text;
+        const size_t n = std::min(old.size(), text.size());
+        while (prefix < n && old[prefix] == text[prefix])
+            ++prefix;
+        while (suffix < n - prefix &&
+               old[old.size() - 1 - suffix] == text[text.size() - 1 - suffix])
+            ++suffix;
+    }
+    bool same() const { return a && old.size() == text.size() && prefix == text.size(); }
+    // An offset of this text in the checked one, or npos where they differ.
+    size_t to_old(size_t at) const
+    {
+        if (!a)
+            return std::string_view::npos;
+        if (at <= prefix)
+            return at;
+        if (at >= text.size() - suffix)
+            return at - text.size() + old.size();
+        return std::string_view::npos;
+    }
+    // An offset of the checked text in this one, or npos.
+    size_t to_new(size_t at) const
+    {
+        if (at <= prefix)
+            return at;
+        if (at >= old.size() - suffix && at <= old.size())
+            return at - old.size() + text.size();
+        return std::string_view::npos;
+    }
+    std::optional<range> span(const src_span &s) const
+    {
+        if (s.none())
+            return std::nullopt;
+        const size_t b = to_new(s.begin.offset), e = to_new(s.end.offset);
+        if (b == std::string_view::npos || e == std::string_view::npos || e < b)
+            return std::nullopt;
+        return range{lines.at(b), lines.at(e)};
+    }
+};
+
+json pos_json(position p)
+{
+    return {{"line", p.line}, {"character", p.character}};
+}
+
+json range_json(const range &r)
+{
+    return {{"start", pos_json(r.start)}, {"end", pos_json(r.end)}};
+}
+
+// The kind of table a field's table holds, by the field's name, and of an
+// array's elements, by the array's name.
+// (The buffers main ... premain are known by kiv_src_buf_names.)
+const std::pair<const char *, const char *> TABLE_BY_FIELD[] = {
+    {"vsrc", "vsrc"},
+    {"virt_mode_cfg", "virt_mode_cfg"},
+    {"pyramid", "pyramid"},
+    {"pass_1", "pass_1"},
+    {"resource_mem_layout", "mem_layout"},
+    {"boot_param", "boot_param"},
+    {"port", "map"},
+    {"poke", "map"},
+};
+const std::pair<const char *, const char *> TABLE_BY_ARRAY[] = {
+    {"channels", "channel"},          {"canvas", "canvas"},           {"streams", "stream"},
+    {"channels_mem", "channels_mem"}, {"streams_mem", "streams_mem"}, {"layers", "layer"},
+    {"custom_nn", "network"},         {"interfaces", "interface"},
+};
+// Global tables a script defines, by their name.
+const std::pair<const char *, const char *> TABLE_BY_GLOBAL[] = {
+    {"_resource_config_", "top"},
+    {"_custom_aisp_config_", "aisp"},
+};
+
+template <size_t N>
+std::string lookup(const std::pair<const char *, const char *> (&rows)[N], std::string_view name)
+{
+    for (const auto &[k, v] : rows)
+        if (name == k)
+            return v;
+    return "";
+}
+
+// The kind of the table a field named `name` holds.
+std::string field_kind(std::string_view name)
+{
+    for (int b = 0; b < KIV_SRC_BUF_NUM; ++b)
+        if (name == kiv_src_buf_names[b])
+            return "buffer";
+    return lookup(TABLE_BY_FIELD, name);
+}
+
+// The field of constructor `parent` whose value is constructor `child`.
+const src_field *holder(const src_map &map, int32_t child)
+{
+    const int32_t p = map.constructors[static_cast<size_t>(child)].parent;
+    if (p < 0)
+        return nullptr;
+    for (const src_field &f : map.constructors[static_cast<size_t>(p)].fields)
+        if (f.constructor == child)
+            return &f;
+    return nullptr;
+}
+
+// The name a constructor is assigned to, `NAME = {` or `x.NAME = {`, when
+// it is no field of another constructor.
+std::string assigned_name(const view &v, int32_t ctor)
+{
+    for (const src_assignment &as : v.map.assignments)
+        if (as.constructor == ctor)
+            return as.name;
+    size_t i = v.map.constructors[static_cast<size_t>(ctor)].span.begin.offset;
+    while (i > 0 && (v.text[i - 1] == ' ' || v.text[i - 1] == '\t'))
+        --i;
+    if (i == 0 || v.text[i - 1] != '=')
+        return "";
+    --i;
+    while (i > 0 && (v.text[i - 1] == ' ' || v.text[i - 1] == '\t'))
+        --i;
+    return std::string(word_at(v.text, i).text);
+}
+
+// The kind of the table a constructor of the current text makes: the one
+// the check read it as, else by where it stands, else by its keys.
+// The table the check read from a constructor of the current text (the
+// first, when the reading met it more than once); null when it read none
+// or the constructor is where the texts differ.
+const read_table *read_as(const view &v, int32_t ctor)
+{
+    if (!v.a || ctor < 0)
+        return nullptr;
+    const size_t at = v.to_old(v.map.constructors[static_cast<size_t>(ctor)].span.begin.offset);
+    const auto &old_ctors = v.a->model.source.constructors;
+    for (const read_table &t : v.a->model.tables)
+        if (t.ctor >= 0 && old_ctors[static_cast<size_t>(t.ctor)].span.begin.offset == at)
+            return &t;
+    return nullptr;
+}
+
+std::string kind_of(const view &v, int32_t ctor)
+{
+    if (ctor < 0)
+        return "";
+    const src_constructor &c = v.map.constructors[static_cast<size_t>(ctor)];
+    if (const read_table *t = read_as(v, ctor)) {
+        std::string k = table_kind(t->path);
+        if (k == "top" && v.a->model.kind == kiv_kind::aisp)
+            k = "aisp";
+        if (!k.empty())
+            return k;
+    }
+    if (const src_field *f = holder(v.map, ctor)) {
+        if (f->kind == src_field::named)
+            return field_kind(f->name);
+        if (const src_field *up = holder(v.map, c.parent))
+            return lookup(TABLE_BY_ARRAY, up->name);
+        return "";
+    }
+    if (std::string k = lookup(TABLE_BY_GLOBAL, assigned_name(v, ctor)); !k.empty())
+        return k;
+    if (std::string k = field_kind(assigned_name(v, ctor)); !k.empty())
+        return k;
+    // By its keys: the kind that documents most of them, when some key is
+    // documented for that kind alone.
+    std::map<std::string, int> score;
+    bool telling = false;
+    for (const src_field &f : c.fields) {
+        if (f.kind != src_field::named)
+            continue;
+        std::vector<std::string> kinds;
+        for (const key_doc &k : key_docs())
+            if (k.key == f.name)
+                kinds.push_back(k.table);
+        telling |= kinds.size() == 1;
+        for (const std::string &k : kinds)
+            ++score[k];
+    }
+    std::string best;
+    int most = 0;
+    for (const auto &[k, n] : score)
+        if (n > most)
+            best = k, most = n;
+    return telling ? best : "";
+}
+
+std::string detail_of(const key_doc &k)
+{
+    std::string s = k.type;
+    if (!k.width.empty())
+        s += ", " + k.width;
+    s += k.required ? ", required" : k.dflt.empty() ? "" : ", default " + k.dflt;
+    return s;
+}
+
+std::string doc_of(const key_doc &k)
+{
+    std::string s = "**`" + k.key + "`** (" + k.table + "): " + k.type;
+    if (!k.width.empty())
+        s += ", " + k.width;
+    s += "\n\nWhen absent: " + k.absent;
+    if (!k.notes.empty())
+        s += "\n\n" + k.notes;
+    return s + "\n\n*docs/format.md, " + k.section + "*";
+}
+
+// The names a string key takes, each with what it stands for.
+std::vector<std::pair<std::string, std::string>> names_for(const view &v, const std::string &key)
+{
+    std::vector<std::pair<std::string, std::string>> out;
+    auto rows = [&](const kiv_name_id *t, int n, const char *what) {
+        for (int i = 0; i < n; ++i)
+            if (t[i].name[0])
+                out.emplace_back(t[i].name, std::string(what) + " " + std::to_string(t[i].id));
+    };
+    if (key == "mode")
+        rows(vin_mode_table, KIV_VIN_MODE_NUM, "input mode");
+    else if (key == "hdr_mode")
+        rows(hdr_mode_table, KIV_HDR_MODE_NUM, "HDR mode");
+    else if (key == "video_type")
+        rows(video_type_table, KIV_VIDEO_TYPE_NUM, "video type");
+    else if (key == "type")
+        for (int t = 0; t < KIV_CANVAS_TYPE_NUM; ++t)
+            out.emplace_back(kiv_canvas_type_names[t], "canvas type " + std::to_string(t));
+    else if (key == "img_stats_src_chan" || key == "chan_groups")
+        for (int c = 0; c < 3; ++c)
+            out.emplace_back("chan_" + std::to_string(c), "channel " + std::to_string(c));
+    else if (key == "source" && v.d.good && kit::multi(v.d.good->model))
+        kit::each_buffer(*v.d.good->model.cfg, [&](int c, int p, int b, const kiv_src_buf_cfg &sb) {
+            if (kit::has_windows(sb))
+                out.emplace_back(kit::buffer_name(c, p, b), "source buffer " +
+                                                                std::string(kiv_src_buf_names[b]) +
+                                                                " of channel " + std::to_string(c) +
+                                                                ", pass " + std::to_string(p));
+        });
+    return out;
+}
+
+size_t skip_blanks_back(std::string_view t, size_t i)
+{
+    while (i > 0 && strchr(" \t\r\n", t[i - 1]))
+        --i;
+    return i;
+}
+
+// The key a string at `open` (its opening quote) is the value of: the name
+// before its `=`, or for an element of an array the array's name.
+std::string key_of_string(const view &v, size_t open)
+{
+    const size_t i = skip_blanks_back(v.text, open);
+    if (i > 0 && v.text[i - 1] == '=') {
+        const size_t k = skip_blanks_back(v.text, i - 1);
+        return std::string(word_at(v.text, k).text);
+    }
+    const int32_t ctor = constructor_at(v.map, v.text, open);
+    if (ctor < 0)
+        return "";
+    const src_field *f = holder(v.map, ctor);
+    if (f && f->kind == src_field::named)
+        return f->name;
+    if (f) // an element of an array of arrays: chan_groups = { {"chan_0", ...} }
+        if (const src_field *up =
+                holder(v.map, v.map.constructors[static_cast<size_t>(ctor)].parent))
+            return up->name;
+    return assigned_name(v, ctor);
+}
+
+bool at_key_position(const view &v, size_t begin)
+{
+    const size_t i = skip_blanks_back(v.text, begin);
+    return i > 0 && strchr("{,;", v.text[i - 1]);
+}
+
+// The place of the check's reading whose key or value holds `at` (an
+// offset of the checked text), the innermost.
+const std::pair<std::string, place> *named_at(const analysis &a, size_t at)
+{
+    const std::pair<std::string, place> *best = nullptr;
+    for (const auto &n : a.model.named) {
+        const src_span &w = n.second.where;
+        if (!n.second.present || w.none() || at < w.begin.offset || at >= w.end.offset)
+            continue;
+        if (!best || w.end.offset - w.begin.offset <=
+                         best->second.where.end.offset - best->second.where.begin.offset)
+            best = &n;
+    }
+    return best;
+}
+
+const read_table *table_at_path(const analysis &a, const std::string &path)
+{
+    for (const read_table &t : a.model.tables)
+        if (t.path == path && t.ctor >= 0)
+            return &t;
+    return nullptr;
+}
+
+json location(const view &v, const src_span &s)
+{
+    const auto r = v.span(s);
+    if (!r)
+        return nullptr;
+    return {{"uri", v.d.uri}, {"range", range_json(*r)}};
+}
+
+bool rate_key(std::string_view key)
+{
+    return key == "idsp_fps" || key == "fps" || key == "frame_rate" || key == "max_fps" ||
+           key == "default_fps";
+}
+
+// What the loader stored for the value at a record path, as a line of
+// hover text; "" when the check knows nothing of it.
+std::string stored_text(const analysis &a, const std::string &path, const std::string &key,
+                        const place &p)
+{
+    const std::string written = a.model.written(p.value);
+    if (rate_key(key) && a.model.cfg) {
+        char *end = nullptr;
+        const long long v = strtoll(written.c_str(), &end, 0);
+        if (written.empty() || *end)
+            return "";
+        const bool hp = a.model.cfg->enable_hp_fps;
+        const bool ceiling = key == "max_fps" || key == "default_fps";
+        std::string s = "With `enable_hp_fps = " + std::string(hp ? "1" : "0") + "`, " + written +
+                        " is " +
+                        (hp ? std::to_string(v / 1000) + "." + std::to_string(v % 1000 / 100) +
+                                  std::to_string(v % 100 / 10) + std::to_string(v % 10)
+                            : std::to_string(v)) +
+                        " frames per second: stored as ";
+        if (ceiling)
+            return s + std::to_string(hp ? v : v * 1000) + " thousandths.";
+        return s + std::to_string(hp ? (v + 999) / 1000 : v) + " whole and " +
+               std::to_string(hp ? v : v * 1000) + " thousandths.";
+    }
+    const auto it = a.model.held.find(path);
+    if (it == a.model.held.end())
+        return "";
+    std::string s = "Stored as " + std::to_string(it->second);
+    char *end = nullptr;
+    const long long given = strtoll(written.c_str(), &end, 0);
+    if (written.empty() || *end || given != it->second)
+        s += " (written `" + written + "`)";
+    return s + ".";
+}
+
+// The line the dump writes for key `key` of the table at record path
+// `path` ("\tmode = \"1080p\","), for the tables the dump writes as tables
+// of their own: channels, their video sources, streams and the top level;
+// "" for the others, and when the load failed (the dump of a record the
+// loader did not finish says nothing of the script).
+std::string dump_line(const script_model &m, const std::string &path, const std::string &key)
+{
+    if (m.result != 0 || !m.cfg)
+        return "";
+    static const std::regex CHAN(R"(channels\[(\d)\])"), VSRC(R"(channels\[(\d)\]\.vsrc)"),
+        STREAM(R"(streams\[(\d+)\])");
+    std::smatch n;
+    std::string table;
+    if (path.empty())
+        table = "_resource_config_";
+    else if (std::regex_match(path, n, CHAN))
+        table = "chan_" + n[1].str();
+    else if (std::regex_match(path, n, VSRC))
+        table = "vsrc_" + std::to_string(m.cfg->channels[std::stoi(n[1])].vsrc.vsrc_id);
+    else if (std::regex_match(path, n, STREAM))
+        table = "stream_" + n[1].str();
+    else
+        return "";
+    const std::string dump = "\n" + dump_text(*m.cfg);
+    const size_t begin = dump.find("\n" + table + " = {\n");
+    if (begin == std::string::npos)
+        return "";
+    const size_t end = dump.find("\n}", begin + 1);
+    const size_t at = dump.find("\n\t" + key + " = ", begin);
+    if (at == std::string::npos || at > end)
+        return "";
+    return dump.substr(at + 2, dump.find('\n', at + 1) - at - 2);
+}
+
+} // namespace
+
+json diagnostic(const std::string &text, const line_index &lines, const finding &f)
+{
+    (void)text;
+    static const int SEVERITY[] = {3, 2, 1}; // info, warning, error
+    return {{"range", range_json(lines.of(f.where))},
+            {"severity", SEVERITY[static_cast<int>(f.r->level)]},
+            {"code", f.r->id},
+            {"source", "kiv"},
+            {"message", f.path.empty() ? f.message : f.path + ": " + f.message}};
+}
+
+json completion(const document &d, position p)
+{
+    const view v(d);
+    const size_t at = v.lines.offset(p);
+    json items = json::array();
+    const string_at_t s = string_at(v.text, at);
+    if (s.open != std::string_view::npos) {
+        // A value: the names its key takes, replacing what is typed of it.
+        const range r{v.lines.at(s.open + 1), v.lines.at(at)};
+        for (const auto &[name, what] : names_for(v, key_of_string(v, s.open)))
+            items.push_back({{"label", name},
+                             {"kind", ITEM_ENUM_MEMBER},
+                             {"detail", what},
+                             {"textEdit", {{"range", range_json(r)}, {"newText", name}}}});
+        return {{"isIncomplete", false}, {"items", items}};
+    }
+    const word w = word_at(v.text, at);
+    if (!at_key_position(v, w.begin))
+        return {{"isIncomplete", false}, {"items", items}};
+    const int32_t ctor = constructor_at(v.map, v.text, at);
+    const std::string kind = kind_of(v, ctor);
+    if (kind.empty())
+        return {{"isIncomplete", false}, {"items", items}};
+    std::vector<std::string> present;
+    for (const src_field &f : v.map.constructors[static_cast<size_t>(ctor)].fields)
+        if (f.kind == src_field::named && !(f.key.begin.offset == w.begin && f.value.none()))
+            present.push_back(f.name);
+    const range r{v.lines.at(w.begin), v.lines.at(w.end)};
+    int order = 0;
+    for (const key_doc *k : keys_of(kind)) {
+        ++order;
+        if (std::find(present.begin(), present.end(), k->key) != present.end())
+            continue;
+        char sort[16];
+        snprintf(sort, sizeof sort, "%04d", order);
+        items.push_back({{"label", k->key},
+                         {"kind", ITEM_FIELD},
+                         {"detail", detail_of(*k)},
+                         {"sortText", sort},
+                         {"documentation", {{"kind", "markdown"}, {"value", doc_of(*k)}}},
+                         {"textEdit", {{"range", range_json(r)}, {"newText", k->key + " = "}}}});
+    }
+    return {{"isIncomplete", false}, {"items", items}};
+}
+
+json hover(const document &d, position p)
+{
+    const view v(d);
+    const size_t at = v.lines.offset(p);
+    std::string key;
+    size_t key_begin = 0;
+    int32_t ctor = -1;
+    range r;
+    // On a key: `key = ...` in a constructor.
+    const word w = word_at(v.text, at);
+    if (!w.text.empty() && at_key_position(v, w.begin)) {
+        size_t i = w.end;
+        while (i < v.text.size() && (v.text[i] == ' ' || v.text[i] == '\t'))
+            ++i;
+        if (i < v.text.size() && v.text[i] == '=' &&
+            (i + 1 >= v.text.size() || v.text[i + 1] != '=')) {
+            key = w.text;
+            key_begin = w.begin;
+            ctor = constructor_at(v.map, v.text, at);
+            r = {v.lines.at(w.begin), v.lines.at(w.end)};
+        }
+    }
+    // On a value: the field of the innermost constructor whose value holds it.
+    if (key.empty()) {
+        const int32_t c = constructor_at(v.map, v.text, at);
+        for (const src_field &f :
+             c < 0 ? std::vector<src_field>{} : v.map.constructors[static_cast<size_t>(c)].fields)
+            if (f.kind == src_field::named && !f.value.none() && f.value.begin.offset <= at &&
+                at < f.value.end.offset) {
+                key = f.name;
+                key_begin = f.key.begin.offset;
+                ctor = c;
+                r = {v.lines.at(f.value.begin.offset), v.lines.at(f.value.end.offset)};
+            }
+    }
+    if (key.empty())
+        return nullptr;
+    const key_doc *k = find_key(kind_of(v, ctor), key);
+    std::string text = k ? doc_of(*k) : "";
+    // What the loader made of this very key here.
+    const size_t old = v.to_old(key_begin);
+    if (v.a && old != std::string_view::npos)
+        if (const auto *n = named_at(*v.a, old)) {
+            std::string s = stored_text(*v.a, n->first, key, n->second);
+            const size_t dot = n->first.rfind('.');
+            const std::string line =
+                dump_line(v.a->model, dot == std::string::npos ? "" : n->first.substr(0, dot), key);
+            if (!line.empty())
+                s += (s.empty() ? "" : " ") + std::string("The dump writes `") + line + "`.";
+            if (!s.empty())
+                text = "`" + n->first + "`: " + s + (text.empty() ? "" : "\n\n---\n\n" + text);
+        }
+    if (text.empty())
+        return nullptr;
+    return {{"contents", {{"kind", "markdown"}, {"value", text}}}, {"range", range_json(r)}};
+}
+
+std::optional<text_fix> fix_of(const script_model &m, const finding &f)
+{
+    static const std::regex MEANT(R"(did you mean [`"]([^`"]+)[`"]\?)");
+    std::smatch meant;
+    if (!std::regex_search(f.message, meant, MEANT) || f.where.none())
+        return std::nullopt;
+    const std::string to = meant[1];
+    // The misspelt name: one the message quotes, other than the one meant.
+    static const std::regex QUOTED[] = {std::regex("`([^`]+)`"), std::regex("'([^']+)'"),
+                                        std::regex(R"(\(([^()]+)\))")};
+    std::vector<std::string> wrong;
+    for (const std::regex &q : QUOTED)
+        for (std::sregex_iterator it(f.message.begin(), f.message.end(), q), end; it != end; ++it)
+            if ((*it)[1].str() != to && !nearest_name((*it)[1].str(), {to}).empty())
+                wrong.push_back((*it)[1].str());
+    if (wrong.empty())
+        return std::nullopt;
+    const std::string_view t = m.text;
+    // Where to look: the finding's place, else the table around it.
+    std::vector<std::pair<size_t, size_t>> regions = {{f.where.begin.offset, f.where.end.offset}};
+    const int32_t c = constructor_at(m.source, t, f.where.begin.offset);
+    if (c >= 0)
+        regions.emplace_back(m.source.constructors[static_cast<size_t>(c)].span.begin.offset,
+                             m.source.constructors[static_cast<size_t>(c)].span.end.offset);
+    for (const auto &[b, e] : regions) {
+        std::vector<text_fix> found;
+        for (const std::string &w : wrong)
+            for (size_t i = t.find(w, b); i != std::string_view::npos && i + w.size() <= e;
+                 i = t.find(w, i + 1)) {
+                const char before = i > 0 ? t[i - 1] : ' ',
+                           after = i + w.size() < t.size() ? t[i + w.size()] : ' ';
+                const bool quoted = (before == '"' || before == '\'') && after == before;
+                const bool name = !name_byte(before) && !name_byte(after) && !quoted &&
+                                  std::all_of(w.begin(), w.end(), name_byte);
+                if (quoted || name)
+                    found.push_back({i, i + w.size(), to, "Replace `" + w + "` with `" + to + "`"});
+            }
+        if (found.size() == 1)
+            return found[0];
+        if (!found.empty())
+            return std::nullopt; // not telling which one is meant
+    }
+    return std::nullopt;
+}
+
+json code_actions(const document &d, const json &params)
+{
+    const view v(d);
+    json actions = json::array();
+    const range asked{{params["range"]["start"]["line"].get<uint32_t>(),
+                       params["range"]["start"]["character"].get<uint32_t>()},
+                      {params["range"]["end"]["line"].get<uint32_t>(),
+                       params["range"]["end"]["character"].get<uint32_t>()}};
+    auto edit = [&](const std::string &title, size_t b, size_t e, const std::string &text,
+                    const json &diags) {
+        json change = {{"range", range_json({v.lines.at(b), v.lines.at(e)})}, {"newText", text}};
+        json changes = json::object();
+        changes[d.uri] = json::array({change});
+        json a = {{"title", title}, {"kind", "quickfix"}, {"edit", {{"changes", changes}}}};
+        if (!diags.empty())
+            a["diagnostics"] = diags, a["isPreferred"] = true;
+        actions.push_back(a);
+    };
+    // The fixes of the findings the editor asks about (those of the last
+    // check whose place still stands where it stood).
+    if (v.a) {
+        const line_index old_lines(v.old);
+        const size_t from = v.lines.offset(asked.start), to = v.lines.offset(asked.end);
+        for (const finding &f : v.a->findings) {
+            const auto fix = fix_of(v.a->model, f);
+            if (!fix)
+                continue;
+            const size_t b = v.to_new(fix->begin), e = v.to_new(fix->end);
+            const size_t fb = v.to_new(f.where.begin.offset), fe = v.to_new(f.where.end.offset);
+            if (b == std::string_view::npos || e == std::string_view::npos ||
+                fb == std::string_view::npos || fe == std::string_view::npos || fe < from ||
+                fb > to)
+                continue;
+            edit(fix->title, b, e, fix->text,
+                 json::array({diagnostic(std::string(v.old), old_lines, f)}));
+        }
+    }
+    // The required keys the table at the cursor lacks.
+    const size_t at = v.lines.offset(asked.start);
+    const int32_t ctor = constructor_at(v.map, v.text, at);
+    const std::string kind = kind_of(v, ctor);
+    if (!kind.empty()) {
+        const src_constructor &c = v.map.constructors[static_cast<size_t>(ctor)];
+        std::string insert, names;
+        for (const key_doc *k : keys_of(kind)) {
+            if (!k->required || k->gated)
+                continue;
+            if (std::any_of(c.fields.begin(), c.fields.end(), [&](const src_field &f) {
+                    return f.kind == src_field::named && f.name == k->key;
+                }))
+                continue;
+            std::string value = "0";
+            if (k->type.starts_with("array of 2"))
+                value = "{0, 0}";
+            else if (k->type.starts_with("array of 4"))
+                value = "{0, 0, 0, 0}";
+            else if (k->type.starts_with("table") || k->type.starts_with("array"))
+                value = "{}";
+            else if (k->type == "string") {
+                const auto names_of = names_for(v, k->key);
+                value = "\"" + (names_of.empty() ? std::string() : names_of.front().first) + "\"";
+            }
+            insert += " " + k->key + " = " + value + ",";
+            names += (names.empty() ? "" : ", ") + k->key;
+        }
+        if (!insert.empty())
+            edit("Insert the missing required keys of this " + kind + " table: " + names,
+                 c.span.begin.offset + 1, c.span.begin.offset + 1, insert, json::array());
+    }
+    return actions;
+}
+
+json document_symbols(const document &d)
+{
+    const view v(d);
+    json out = json::array();
+    if (!v.a)
+        return out;
+    const script_model &m = v.a->model;
+    struct sym {
+        std::string path, name, detail;
+        int kind;
+        range r;
+        json children = json::array();
+    };
+    std::vector<sym> syms;
+    for (const read_table &t : m.tables) {
+        if (t.ctor < 0)
+            continue;
+        const std::string kind = table_kind(t.path);
+        static const std::pair<const char *, int> SHOWN[] = {
+            {"channel", SYMBOL_CLASS},       {"vsrc", SYMBOL_STRUCT},
+            {"buffer", SYMBOL_FIELD},        {"pass_1", SYMBOL_STRUCT},
+            {"pyramid", SYMBOL_STRUCT},      {"canvas", SYMBOL_CLASS},
+            {"stream", SYMBOL_CLASS},        {"mem_layout", SYMBOL_MODULE},
+            {"channels_mem", SYMBOL_STRUCT}, {"streams_mem", SYMBOL_STRUCT},
+            {"network", SYMBOL_CLASS}};
+        int sk = 0;
+        for (const auto &[k, s] : SHOWN)
+            if (kind == k)
+                sk = s;
+        const auto r = v.span(m.source.constructors[static_cast<size_t>(t.ctor)].span);
+        if (!sk || !r)
+            continue;
+        // The name a reader knows the table by: chan_0, chan_0.main, vsrc,
+        // canvas[1], streams[0].
+        std::string name = t.path.substr(t.path.rfind('.') + 1);
+        static const std::regex BUF(R"(channels\[(\d+)\]\.src_buf\[(\d+)\]\[(\d+)\])");
+        std::smatch b;
+        if (std::regex_match(t.path, b, BUF))
+            name = kit::buffer_name(std::stoi(b[1]), std::stoi(b[2]), std::stoi(b[3]));
+        else if (t.path.starts_with("channels[") && kind == "channel")
+            name = "chan_" + t.path.substr(9, t.path.size() - 10);
+        else if (kind == "pass_1")
+            name = "pass_1";
+        syms.push_back({t.path, name, kind, sk, *r});
+    }
+    // Nested by path: a table goes under the nearest table whose path
+    // begins its own.  Children come after their parents in reading order,
+    // so a backward pass hands each to its parent.
+    std::vector<int> parent(syms.size(), -1);
+    for (size_t i = 0; i < syms.size(); ++i)
+        for (size_t j = 0; j < i; ++j)
+            if (syms[i].path.starts_with(syms[j].path + ".") &&
+                (parent[i] < 0 ||
+                 syms[j].path.size() > syms[static_cast<size_t>(parent[i])].path.size()))
+                parent[i] = static_cast<int>(j);
+    // In the order they stand in the script.
+    auto by_place = [](const json &a, const json &b) {
+        const json &x = a["range"]["start"], &y = b["range"]["start"];
+        return std::pair(x["line"].get<uint32_t>(), x["character"].get<uint32_t>()) <
+               std::pair(y["line"].get<uint32_t>(), y["character"].get<uint32_t>());
+    };
+    std::vector<json> made(syms.size());
+    for (size_t i = syms.size(); i-- > 0;) {
+        std::stable_sort(syms[i].children.begin(), syms[i].children.end(), by_place);
+        json s = {{"name", syms[i].name},
+                  {"detail", syms[i].detail},
+                  {"kind", syms[i].kind},
+                  {"range", range_json(syms[i].r)},
+                  {"selectionRange", range_json({syms[i].r.start, syms[i].r.start})},
+                  {"children", syms[i].children}};
+        if (parent[i] >= 0)
+            syms[static_cast<size_t>(parent[i])].children.insert(
+                syms[static_cast<size_t>(parent[i])].children.begin(), s);
+        else
+            made[i] = s;
+    }
+    for (json &s : made)
+        if (!s.is_null())
+            out.push_back(std::move(s));
+    std::stable_sort(out.begin(), out.end(), by_place);
+    return out;
+}
+
+json definition(const document &d, position p)
+{
+    const view v(d);
+    const size_t at = v.lines.offset(p);
+    if (!v.a)
+        return nullptr;
+    // A buffer or channel by its name: "chan_0.main", "chan_1.second_1", "chan_2".
+    const string_at_t s = string_at(v.text, at);
+    if (s.open != std::string_view::npos) {
+        static const std::regex NAME(R"(chan_(\d)(?:\.([a-z]+)(?:_(\d))?)?)");
+        const std::string content(v.text.substr(s.open + 1, s.close - s.open - 1));
+        std::smatch n;
+        if (!std::regex_match(content, n, NAME))
+            return nullptr;
+        std::string path = "channels[" + n[1].str() + "]";
+        if (n[2].matched) {
+            int b = -1;
+            for (int i = 0; i < KIV_SRC_BUF_NUM; ++i)
+                if (n[2].str() == kiv_src_buf_names[i])
+                    b = i;
+            if (b < 0)
+                return nullptr;
+            path = kit::buffer_path(std::stoi(n[1]), n[3].matched ? std::stoi(n[3]) : 0, b);
+        }
+        const read_table *t = table_at_path(*v.a, path);
+        return t ? location(v, v.a->model.source.constructors[static_cast<size_t>(t->ctor)].span)
+                 : nullptr;
+    }
+    // A variable given as a table's value: the table the loader read there.
+    const word w = word_at(v.text, at);
+    if (w.text.empty())
+        return nullptr;
+    const int32_t c = constructor_at(v.map, v.text, at);
+    const read_table *holder_table = read_as(v, c);
+    for (const src_field &f : holder_table ? v.map.constructors[static_cast<size_t>(c)].fields
+                                           : std::vector<src_field>{})
+        if (f.kind == src_field::named && f.value.begin.offset == w.begin &&
+            f.value.end.offset == w.end)
+            if (const read_table *t = table_at_path(
+                    *v.a, holder_table->path.empty() ? f.name : holder_table->path + "." + f.name))
+                return location(v,
+                                v.a->model.source.constructors[static_cast<size_t>(t->ctor)].span);
+    // Else where the name is defined: `local NAME =`, `NAME =` or a function.
+    const std::regex def("(^|[^.\\w])(local\\s+(function\\s+)?|function\\s+)?" +
+                         std::string(w.text) + "\\s*(=[^=]|\\()");
+    const std::string text(v.text);
+    for (std::sregex_iterator it(text.begin(), text.end(), def), end; it != end; ++it) {
+        const size_t b =
+            static_cast<size_t>(it->position(0)) + (*it)[1].length() + (*it)[2].length();
+        if (b == w.begin)
+            continue;
+        if ((*it)[4].str() == "(" && !(*it)[2].matched)
+            continue; // a call
+        return {{"uri", d.uri},
+                {"range", range_json({v.lines.at(b), v.lines.at(b + w.text.size())})}};
+    }
+    return nullptr;
+}
+
+} // namespace kivtool::lsp

@@ -1,0 +1,288 @@
+#include "lsp/server.h"
+
+#include "lsp/assist.h"
+
+namespace kivtool::lsp
+{
+
+namespace
+{
+
+// Error codes of the protocol.
+enum : int {
+    INVALID_REQUEST = -32600,
+    METHOD_NOT_FOUND = -32601,
+    INVALID_PARAMS = -32602,
+    INTERNAL_ERROR = -32603,
+    SERVER_NOT_INITIALIZED = -32002,
+};
+
+// A request whose parameters are not what the protocol says.
+struct bad_params : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+const json &member(const json &j, const char *name)
+{
+    if (!j.is_object() || !j.contains(name))
+        throw bad_params(std::string("missing ") + name);
+    return j[name];
+}
+
+std::string text_member(const json &j, const char *name)
+{
+    const json &v = member(j, name);
+    if (!v.is_string())
+        throw bad_params(std::string(name) + " is not a string");
+    return v.get<std::string>();
+}
+
+position position_of(const json &params)
+{
+    const json &p = member(params, "position");
+    const json &l = member(p, "line"), &c = member(p, "character");
+    if (!l.is_number_unsigned() || !c.is_number_unsigned())
+        throw bad_params("position is not two unsigned numbers");
+    return {l.get<uint32_t>(), c.get<uint32_t>()};
+}
+
+int hex(char c)
+{
+    return c >= '0' && c <= '9'   ? c - '0'
+           : c >= 'a' && c <= 'f' ? c - 'a' + 10
+           : c >= 'A' && c <= 'F' ? c - 'A' + 10
+                                  : -1;
+}
+
+} // namespace
+
+std::string file_of_uri(const std::string &uri)
+{
+    if (!uri.starts_with("file://"))
+        return uri;
+    std::string out;
+    for (size_t i = 7; i < uri.size(); ++i) {
+        if (uri[i] == '%' && i + 2 < uri.size() && hex(uri[i + 1]) >= 0 && hex(uri[i + 2]) >= 0) {
+            out += static_cast<char>(hex(uri[i + 1]) * 16 + hex(uri[i + 2]));
+            i += 2;
+        } else {
+            out += uri[i];
+        }
+    }
+    return out;
+}
+
+std::shared_ptr<const analysis> run_check(const check_job &job)
+{
+    auto a = std::make_shared<analysis>();
+    a->uri = job.uri;
+    a->version = job.version;
+    a->model = load_model_text(job.file, job.text, {1});
+    a->findings = findings_of(a->model, false);
+    return a;
+}
+
+server::server(sink send, server_options opt) : send_(std::move(send)), opt_(opt) {}
+
+json server::respond(const json &id, json result)
+{
+    return {{"jsonrpc", "2.0"}, {"id", id}, {"result", std::move(result)}};
+}
+
+json server::fail(const json &id, int code, const std::string &message)
+{
+    return {{"jsonrpc", "2.0"}, {"id", id}, {"error", {{"code", code}, {"message", message}}}};
+}
+
+const document *server::find(const std::string &uri) const
+{
+    auto it = docs_.find(uri);
+    return it == docs_.end() ? nullptr : &it->second;
+}
+
+void server::handle(const json &msg)
+{
+    if (!msg.is_object() || msg.value("jsonrpc", "") != "2.0") {
+        send_(fail(nullptr, INVALID_REQUEST, "not a JSON-RPC 2.0 message"));
+        return;
+    }
+    const bool has_id = msg.contains("id") && (msg["id"].is_number() || msg["id"].is_string());
+    if (!msg.contains("method") || !msg["method"].is_string()) {
+        // A response to a request of ours (none are sent) or nonsense.
+        if (!msg.contains("result") && !msg.contains("error"))
+            send_(fail(has_id ? msg["id"] : json(nullptr), INVALID_REQUEST, "no method"));
+        return;
+    }
+    const std::string method = msg["method"];
+    const json params = msg.contains("params") ? msg["params"] : json::object();
+    try {
+        if (has_id)
+            request(msg["id"], method, params);
+        else
+            notification(method, params);
+    } catch (const bad_params &e) {
+        if (has_id)
+            send_(fail(msg["id"], INVALID_PARAMS, e.what()));
+    } catch (const json::exception &e) {
+        if (has_id)
+            send_(fail(msg["id"], INVALID_PARAMS, e.what()));
+    } catch (const std::exception &e) {
+        if (has_id)
+            send_(fail(msg["id"], INTERNAL_ERROR, e.what()));
+    }
+}
+
+void server::request(const json &id, const std::string &method, const json &params)
+{
+    if (method == "initialize") {
+        initialized_ = true;
+        send_(respond(
+            id,
+            {{"capabilities",
+              {{"positionEncoding", "utf-16"},
+               {"textDocumentSync", {{"openClose", true}, {"change", 1}}},
+               {"completionProvider", {{"triggerCharacters", json::array({"\"", ".", "{", ","})}}},
+               {"hoverProvider", true},
+               {"codeActionProvider", {{"codeActionKinds", json::array({"quickfix"})}}},
+               {"documentSymbolProvider", true},
+               {"definitionProvider", true}}},
+             {"serverInfo", {{"name", "kiv"}, {"version", KIV_TOOL_VERSION}}}}));
+        return;
+    }
+    if (!initialized_) {
+        send_(fail(id, SERVER_NOT_INITIALIZED, "initialize first"));
+        return;
+    }
+    if (shutdown_) {
+        send_(fail(id, INVALID_REQUEST, "the server is shutting down"));
+        return;
+    }
+    if (method == "shutdown") {
+        shutdown_ = true;
+        send_(respond(id, nullptr));
+        return;
+    }
+    static const std::string DOC_METHODS[] = {
+        "textDocument/completion",     "textDocument/hover",      "textDocument/codeAction",
+        "textDocument/documentSymbol", "textDocument/definition",
+    };
+    if (std::find(std::begin(DOC_METHODS), std::end(DOC_METHODS), method) ==
+        std::end(DOC_METHODS)) {
+        send_(fail(id, METHOD_NOT_FOUND, "unknown method " + method));
+        return;
+    }
+    const std::string uri = text_member(member(params, "textDocument"), "uri");
+    const document *d = find(uri);
+    if (!d) {
+        send_(fail(id, INVALID_PARAMS, "the document is not open: " + uri));
+        return;
+    }
+    json result;
+    if (method == "textDocument/completion")
+        result = completion(*d, position_of(params));
+    else if (method == "textDocument/hover")
+        result = hover(*d, position_of(params));
+    else if (method == "textDocument/codeAction")
+        result = code_actions(*d, params);
+    else if (method == "textDocument/documentSymbol")
+        result = document_symbols(*d);
+    else
+        result = definition(*d, position_of(params));
+    send_(respond(id, std::move(result)));
+}
+
+void server::notification(const std::string &method, const json &params)
+{
+    if (method == "exit") {
+        exited_ = true;
+        return;
+    }
+    if (!initialized_ || shutdown_)
+        return;
+    if (method == "textDocument/didOpen") {
+        const json &td = member(params, "textDocument");
+        const std::string uri = text_member(td, "uri");
+        document &d = docs_[uri];
+        d = {};
+        d.uri = uri;
+        d.file = file_of_uri(uri);
+        d.text = text_member(td, "text");
+        d.version = td.value("version", 0);
+        changed(d);
+    } else if (method == "textDocument/didChange") {
+        const json &td = member(params, "textDocument");
+        auto it = docs_.find(text_member(td, "uri"));
+        const json &changes = member(params, "contentChanges");
+        if (it == docs_.end() || !changes.is_array() || changes.empty())
+            return;
+        // The server asks for whole texts: the last change is the text.
+        const json &last = changes.back();
+        if (last.contains("range"))
+            return;
+        it->second.text = text_member(last, "text");
+        it->second.version = td.value("version", it->second.version + 1);
+        changed(it->second);
+    } else if (method == "textDocument/didClose") {
+        const std::string uri = text_member(member(params, "textDocument"), "uri");
+        if (docs_.erase(uri))
+            send_({{"jsonrpc", "2.0"},
+                   {"method", "textDocument/publishDiagnostics"},
+                   {"params", {{"uri", uri}, {"diagnostics", json::array()}}}});
+    }
+}
+
+void server::changed(document &d)
+{
+    d.dirty = true;
+    d.due = clock::now() + opt_.debounce;
+    if (!opt_.inline_checks)
+        return;
+    d.dirty = false;
+    finish(run_check({d.uri, d.file, d.version, d.text}));
+}
+
+std::optional<check_job> server::take_due(clock::time_point now, clock::duration *wait)
+{
+    *wait = clock::duration::max();
+    for (auto &[uri, d] : docs_) {
+        if (!d.dirty)
+            continue;
+        if (d.due <= now) {
+            d.dirty = false;
+            return check_job{d.uri, d.file, d.version, d.text};
+        }
+        *wait = std::min(*wait, d.due - now);
+    }
+    return std::nullopt;
+}
+
+void server::finish(const std::shared_ptr<const analysis> &a)
+{
+    auto it = docs_.find(a->uri);
+    if (it == docs_.end())
+        return;
+    document &d = it->second;
+    if (a->version != d.version || a->model.text != d.text) {
+        // A stale check: the newer text is checked next, at once.
+        d.dirty = true;
+        d.due = std::min(d.due, clock::now());
+        return;
+    }
+    d.last = a;
+    if (a->model.ran)
+        d.good = a;
+    publish(d, a.get());
+}
+
+void server::publish(const document &d, const analysis *a)
+{
+    json diags = json::array();
+    const line_index lines(a->model.text);
+    for (const finding &f : a->findings)
+        diags.push_back(diagnostic(a->model.text, lines, f));
+    send_({{"jsonrpc", "2.0"},
+           {"method", "textDocument/publishDiagnostics"},
+           {"params", {{"uri", d.uri}, {"version", d.version}, {"diagnostics", diags}}}});
+}
+
+} // namespace kivtool::lsp

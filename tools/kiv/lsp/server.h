@@ -1,0 +1,119 @@
+// kiv lsp: the editor's view of a configuration script, a thin front over
+// the model the command line uses.  The server holds the open buffers; a
+// check of a buffer is one load of its unsaved text (load_model_text: no
+// file is written anywhere) and the findings of every lint rule, published
+// as the buffer's diagnostics.  Completion, hover, code actions, symbols
+// and definitions read the last check and the text as it is now.
+//
+// The server itself is single-threaded and does no I/O: it takes parsed
+// messages and hands the messages to send to a sink.  Checks are jobs the
+// caller runs (on a thread of its own in `kiv lsp`, at once in the tests)
+// and gives back; a check of a text that has changed since is dropped, so
+// a newer change always wins over a stale check.
+#ifndef KIV_TOOL_LSP_SERVER_H
+#define KIV_TOOL_LSP_SERVER_H
+
+#include <chrono>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
+#include "model/model.h"
+#include "model/rules.h"
+
+namespace kivtool::lsp
+{
+
+using json = nlohmann::json;
+using clock = std::chrono::steady_clock;
+
+// One check of one version of a buffer.
+struct analysis {
+    std::string uri;
+    int64_t version = 0;
+    script_model model; // its text is the text checked
+    std::vector<finding> findings;
+};
+
+// A check to run: the text of a buffer at a version.
+struct check_job {
+    std::string uri, file; // file: the path the messages name
+    int64_t version = 0;
+    std::string text;
+};
+
+// Runs a check (any thread; the library's loads are independent).
+std::shared_ptr<const analysis> run_check(const check_job &job);
+
+struct server_options {
+    // How long a buffer must stay unchanged before it is checked: typing
+    // does not start a load per key.
+    std::chrono::milliseconds debounce{40};
+    // Checks run inside handle(), at once (the protocol tests).
+    bool inline_checks = false;
+};
+
+struct document {
+    std::string uri, file, text;
+    int64_t version = 0;
+    std::shared_ptr<const analysis> last; // the newest check that finished, of any version
+    // The newest check whose script ran (a buffer being typed often does
+    // not parse): what it defines is still what the text defines.
+    std::shared_ptr<const analysis> good;
+    bool dirty = true; // changed since its last check began
+    clock::time_point due;
+};
+
+class server
+{
+  public:
+    using sink = std::function<void(const json &)>;
+    server(sink send, server_options opt = {});
+
+    // One message from the client.
+    void handle(const json &msg);
+    // The client said `exit`; the process ends with exit_code().
+    bool exited() const { return exited_; }
+    int exit_code() const { return shutdown_ ? 0 : 1; }
+
+    // The next check due at `now`, if any; otherwise, in *wait, how long
+    // until one will be (max() for none).
+    std::optional<check_job> take_due(clock::time_point now, clock::duration *wait);
+    // A check has finished: publishes its diagnostics when the buffer has
+    // not changed since, else drops it (the buffer is checked again).
+    void finish(const std::shared_ptr<const analysis> &a);
+
+    const document *find(const std::string &uri) const;
+
+  private:
+    void request(const json &id, const std::string &method, const json &params);
+    void notification(const std::string &method, const json &params);
+    void changed(document &d);
+    void publish(const document &d, const analysis *a);
+    json respond(const json &id, json result);
+    json fail(const json &id, int code, const std::string &message);
+
+    sink send_;
+    server_options opt_;
+    std::map<std::string, document> docs_;
+    bool initialized_ = false, shutdown_ = false, exited_ = false;
+};
+
+// Serves the protocol: messages read from file descriptor `in`, written to
+// `out`, until the client says exit (the exit code the protocol gives: 0
+// after shutdown, else 1) or `in` ends (1).  Every thread it starts has
+// ended when it returns; `in` and `out` stay open.
+int serve(int in, int out, std::chrono::milliseconds debounce);
+
+// The path a file: URI names ("file:///a/b%20c.lua" -> "/a/b c.lua"); any
+// other URI as it is.
+std::string file_of_uri(const std::string &uri);
+
+} // namespace kivtool::lsp
+
+#endif

@@ -1,0 +1,352 @@
+// kiv lsp: scripted sessions kept as data (tools/kiv/tests/lsp/*.session),
+// run against the server in this process with its checks run at once; the
+// framing on a real pipe; places as the editor counts them; and every
+// quick fix of a planted mistake, applied, giving back the shipped text.
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <regex>
+#include <thread>
+#include <unistd.h>
+
+#include "kiv_test.h"
+#include "lsp/assist.h"
+#include "lsp/rpc.h"
+#include "lsp/server.h"
+
+using namespace kivtool::lsp;
+using LspSession = kivtest::Settings;
+
+namespace
+{
+
+// A session file: blocks that begin with "=== title", each a run of a fresh
+// server.  Lines:
+//   open NAME FILE            didOpen of file:///ws/NAME with FILE's text (from the source tree)
+//   edit NAME OLD => NEW      didChange: the first OLD of NAME's text becomes NEW (\n, \t escapes)
+//   -> JSON                   a message to the server
+//   <- JSON                   a message it sent in answer to the last one matches JSON
+//   <! JSON                   none of the messages it sent matches JSON
+// JSON matches a message when each member it has matches the message's
+// member of that name, and each element of an array matches an element of
+// the message's array, in order (others may come between).  In a message
+// to the server and in JSON to match, a string "@TEXT" under "position",
+// "start" or "end" stands for the place of the first TEXT in the document
+// named by the message's textDocument.uri (or the last one opened), and
+// "@TEXT|" for the place just after it.
+struct session {
+    std::map<std::string, std::string> texts; // by URI
+    std::string last_uri;
+    std::vector<json> sent;
+    server srv{[this](const json &m) { sent.push_back(m); }, {std::chrono::milliseconds(0), true}};
+
+    json place(const std::string &uri, const std::string &ref) const
+    {
+        const bool after = ref.ends_with("|");
+        const std::string what = ref.substr(1, ref.size() - 1 - after);
+        const std::string &text = texts.at(uri);
+        const size_t at = text.find(what);
+        EXPECT_NE(at, std::string::npos) << what;
+        const position p = line_index(text).at(at + (after ? what.size() : 0));
+        return {{"line", p.line}, {"character", p.character}};
+    }
+    void resolve(json &j, const std::string &uri) const
+    {
+        if (j.is_object())
+            for (auto &[k, v] : j.items()) {
+                if ((k == "position" || k == "start" || k == "end") && v.is_string() &&
+                    v.get<std::string>().starts_with("@"))
+                    v = place(uri, v.get<std::string>());
+                else
+                    resolve(v, uri);
+            }
+        else if (j.is_array())
+            for (json &e : j)
+                resolve(e, uri);
+    }
+    std::string uri_of(const json &msg) const
+    {
+        const json *td = msg.contains("params") && msg["params"].contains("textDocument")
+                             ? &msg["params"]["textDocument"]
+                             : nullptr;
+        return td && td->contains("uri") ? (*td)["uri"].get<std::string>() : last_uri;
+    }
+    void send(json msg)
+    {
+        resolve(msg, uri_of(msg));
+        sent.clear();
+        srv.handle(msg);
+    }
+};
+
+bool matches(const json &want, const json &got)
+{
+    if (want.is_object()) {
+        if (!got.is_object())
+            return false;
+        for (const auto &[k, v] : want.items())
+            if (!got.contains(k) || !matches(v, got[k]))
+                return false;
+        return true;
+    }
+    if (want.is_array()) {
+        if (!got.is_array())
+            return false;
+        size_t i = 0;
+        for (const json &w : want) {
+            while (i < got.size() && !matches(w, got[i]))
+                ++i;
+            if (i++ >= got.size())
+                return false;
+        }
+        return true;
+    }
+    return want == got;
+}
+
+std::string unescaped(std::string s)
+{
+    s = std::regex_replace(s, std::regex(R"(\\n)"), "\n");
+    return std::regex_replace(s, std::regex(R"(\\t)"), "\t");
+}
+
+void run_block(const std::string &title, const std::vector<std::string> &lines)
+{
+    SCOPED_TRACE(title);
+    session s;
+    for (const std::string &line : lines) {
+        SCOPED_TRACE(line);
+        std::smatch m;
+        if (std::regex_match(line, m, std::regex(R"(open (\S+) (\S+))"))) {
+            const std::string uri = "file:///ws/" + m[1].str();
+            s.texts[uri] = kivtest::read_file(std::string(KIV_SOURCE_DIR) + "/" + m[2].str());
+            s.last_uri = uri;
+            s.send({{"jsonrpc", "2.0"},
+                    {"method", "textDocument/didOpen"},
+                    {"params",
+                     {{"textDocument",
+                       {{"uri", uri},
+                        {"languageId", "lua"},
+                        {"version", 1},
+                        {"text", s.texts[uri]}}}}}});
+        } else if (std::regex_match(line, m, std::regex(R"(edit (\S+) (.*?) => (.*))"))) {
+            const std::string uri = "file:///ws/" + m[1].str();
+            std::string &text = s.texts[uri];
+            const std::string from = unescaped(m[2]), to = unescaped(m[3]);
+            const size_t at = text.find(from);
+            ASSERT_NE(at, std::string::npos) << from;
+            text.replace(at, from.size(), to);
+            s.last_uri = uri;
+            s.send({{"jsonrpc", "2.0"},
+                    {"method", "textDocument/didChange"},
+                    {"params",
+                     {{"textDocument", {{"uri", uri}, {"version", 2}}},
+                      {"contentChanges", json::array({{{"text", text}}})}}}});
+        } else if (line.starts_with("-> ")) {
+            s.send(json::parse(line.substr(3)));
+        } else if (line.starts_with("<- ") || line.starts_with("<! ")) {
+            json want = json::parse(line.substr(3));
+            s.resolve(want, s.last_uri);
+            const bool found = std::any_of(s.sent.begin(), s.sent.end(),
+                                           [&](const json &got) { return matches(want, got); });
+            std::string all;
+            for (const json &got : s.sent)
+                all += got.dump() + "\n";
+            EXPECT_EQ(found, line[1] == '-') << "sent:\n" << all;
+        } else {
+            ADD_FAILURE() << "not a session line";
+        }
+    }
+}
+
+} // namespace
+
+TEST_F(LspSession, ScriptedSessionsGetTheirAnswers)
+{
+    int blocks = 0;
+    for (const auto &file : std::filesystem::directory_iterator(std::string(KIV_SOURCE_DIR) +
+                                                                "/tools/kiv/tests/lsp")) {
+        if (file.path().extension() != ".session")
+            continue;
+        std::ifstream in(file.path());
+        std::string line, title;
+        std::vector<std::string> lines;
+        while (std::getline(in, line)) {
+            if (line.starts_with("=== ")) {
+                if (!title.empty())
+                    run_block(title, lines), ++blocks;
+                title = line.substr(4);
+                lines.clear();
+            } else if (!line.empty() && !line.starts_with("#")) {
+                lines.push_back(line);
+            }
+        }
+        if (!title.empty())
+            run_block(title, lines), ++blocks;
+    }
+    EXPECT_GE(blocks, 5);
+}
+
+// Places both ways: lines broken by "\n", "\r\n" and "\r"; characters
+// counted in UTF-16 units ("é" one, "𝄞" two); places past a line's end.
+TEST(LspText, PlacesAsTheEditorCountsThem)
+{
+    const std::string text = "a = 1\r\nb = \"\xC3\xA9\xF0\x9D\x84\x9E\" x\rc\n";
+    const line_index lines(text);
+    struct row {
+        size_t offset;
+        position p;
+    };
+    for (const row &r : {row{0, {0, 0}}, row{5, {0, 5}}, row{7, {1, 0}}, row{12, {1, 5}},
+                         row{14, {1, 6}}, row{18, {1, 8}}, row{22, {2, 0}}, row{24, {3, 0}}}) {
+        EXPECT_EQ(lines.at(r.offset), r.p) << r.offset;
+        EXPECT_EQ(lines.offset(r.p), r.offset) << r.offset;
+    }
+    EXPECT_EQ(lines.offset({0, 99}), 5u); // past the end of a line: its end
+    EXPECT_EQ(lines.offset({9, 0}), text.size());
+    EXPECT_EQ(lines.at(999), (position{3, 0}));
+}
+
+TEST(LspText, StringsAroundAPlace)
+{
+    struct row {
+        const char *text;
+        size_t at;
+        size_t open; // npos: in none
+    };
+    const size_t none = std::string_view::npos;
+    for (const row &r : {row{R"(mode = "10)", 10, 7}, row{R"(mode = "1080p", x)", 9, 7},
+                         row{R"(mode = "1080p", x)", 16, none}, row{R"(a = 'x\'y' -- "z)", 8, 4},
+                         row{R"(a = 1 -- "z)", 10, none}, row{R"({"chan_0.main", "c)", 18, 16}})
+        EXPECT_EQ(string_at(r.text, r.at).open, r.open) << r.text;
+}
+
+// The framing on a pipe: headers in any case and order, blank lines
+// between messages, a message too big to take, and a stream that breaks.
+TEST(LspRpc, FramingOnAPipe)
+{
+    int fds[2];
+    ASSERT_EQ(pipe(fds), 0);
+    const std::string in = "Content-Type: x\r\ncontent-length: 2\r\n\r\n{}"
+                           "\r\nContent-Length:  7 \r\n\r\n[1,2,3]"
+                           "Content-Length: " +
+                           std::to_string(MAX_MESSAGE + 1) + "\r\n\r\n";
+    ASSERT_EQ(write(fds[1], in.data(), in.size()), static_cast<ssize_t>(in.size()));
+    close(fds[1]);
+    std::string body;
+    EXPECT_EQ(read_message(fds[0], &body), read_result::message);
+    EXPECT_EQ(body, "{}");
+    EXPECT_EQ(read_message(fds[0], &body), read_result::message);
+    EXPECT_EQ(body, "[1,2,3]");
+    EXPECT_EQ(read_message(fds[0], &body), read_result::broken); // cut short
+    close(fds[0]);
+    for (const char *bad :
+         {"Content-Length: x\r\n\r\n", "Content-Length: -1\r\n\r\n", "X: 1\r\n\r\n{}"}) {
+        ASSERT_EQ(pipe(fds), 0);
+        ASSERT_GT(write(fds[1], bad, strlen(bad)), 0);
+        close(fds[1]);
+        EXPECT_EQ(read_message(fds[0], &body), read_result::broken) << bad;
+        close(fds[0]);
+    }
+}
+
+// Each planted mistake's quick fix gives back the text as shipped, and the
+// mistakes without one fix offer none.
+TEST(LspFix, QuickFixesUndoPlantedMistakes)
+{
+    struct row {
+        const char *file, *shipped, *planted;
+        bool fixed;
+    };
+    const row rows[] = {
+        {"single_1080p.lua", "\tmctf_cmpr = 1,", "\tmctf_cmp = 1,", true},
+        {"single_1080p.lua", "\tsensor_ctrl = 1,", "\tsensor_ctl = 1,", true},
+        {"single_1080p.lua", "mode = \"1080p\"", "mode = \"1080px\"", true},
+        {"single_1080p.lua", "hdr_mode = \"linear\"", "hdr_mode = \"Linear\"", true},
+        {"three_channel_4k.lua", "\"chan_1.main\"", "\"chan_1.mian\"", true},
+        {"single_1080p.lua", "\tmctf_cmpr = 1,", "\tzzzz = 1,", false},
+    };
+    for (const row &r : rows) {
+        SCOPED_TRACE(r.planted);
+        const std::string shipped = kivtest::read_file(kivtest::example(r.file));
+        std::string text = shipped;
+        const size_t at = text.find(r.shipped);
+        ASSERT_NE(at, std::string::npos);
+        text.replace(at, strlen(r.shipped), r.planted);
+        const auto a = run_check({"file:///ws/x.lua", "x.lua", 1, text});
+        int fixes = 0;
+        for (const kivtool::finding &f : a->findings)
+            if (const auto fix = fix_of(a->model, f)) {
+                ++fixes;
+                std::string fixed = text;
+                fixed.replace(fix->begin, fix->end - fix->begin, fix->text);
+                EXPECT_EQ(fixed, shipped) << fix->title;
+            }
+        EXPECT_EQ(fixes, r.fixed ? 1 : 0);
+    }
+}
+
+// The server on pipes, with its threads: changes that come faster than the
+// checks end in one set of diagnostics for the newest text, requests are
+// answered meanwhile, and shutdown then exit end it with 0.
+TEST(LspServe, TheNewestTextWinsAndTheSessionEnds)
+{
+    int to_server[2], from_server[2];
+    ASSERT_EQ(pipe(to_server), 0);
+    ASSERT_EQ(pipe(from_server), 0);
+    int rc = -1;
+    std::thread srv(
+        [&] { rc = serve(to_server[0], from_server[1], std::chrono::milliseconds(5)); });
+    auto send = [&](const json &m) { ASSERT_TRUE(write_message(to_server[1], m.dump())); };
+    auto receive = [&] {
+        std::string body;
+        EXPECT_EQ(read_message(from_server[0], &body), read_result::message);
+        return json::parse(body);
+    };
+    const std::string text = kivtest::read_file(kivtest::example("three_channel_4k.lua"));
+    send({{"jsonrpc", "2.0"}, {"id", 1}, {"method", "initialize"}, {"params", json::object()}});
+    EXPECT_EQ(receive()["id"], 1);
+    send({{"jsonrpc", "2.0"},
+          {"method", "textDocument/didOpen"},
+          {"params",
+           {{"textDocument", {{"uri", "file:///ws/a.lua"}, {"version", 1}, {"text", text}}}}}});
+    for (int v = 2; v <= 6; ++v)
+        send({{"jsonrpc", "2.0"},
+              {"method", "textDocument/didChange"},
+              {"params",
+               {{"textDocument", {{"uri", "file:///ws/a.lua"}, {"version", v}}},
+                {"contentChanges", json::array({{{"text", v == 6 ? text + "x" : text}}})}}}});
+    send({{"jsonrpc", "2.0"},
+          {"id", 2},
+          {"method", "textDocument/hover"},
+          {"params",
+           {{"textDocument", {{"uri", "file:///ws/a.lua"}}},
+            {"position", {{"line", 0}, {"character", 0}}}}}});
+    bool answered = false;
+    for (;;) {
+        const json m = receive();
+        if (m.value("id", 0) == 2)
+            answered = true;
+        // Diagnostics of a stale text may come first; the last are those of
+        // version 6, whose stray "x" does not parse.
+        if (m.value("method", "") == "textDocument/publishDiagnostics" &&
+            m["params"]["version"] == 6) {
+            EXPECT_EQ(m["params"]["diagnostics"][0]["code"], "load-failed");
+            break;
+        }
+    }
+    send({{"jsonrpc", "2.0"}, {"id", 3}, {"method", "shutdown"}});
+    json m = receive();
+    answered |= m.value("id", 0) == 2;
+    if (m.value("id", 0) == 2)
+        m = receive();
+    EXPECT_EQ(m["id"], 3);
+    EXPECT_TRUE(answered);
+    send({{"jsonrpc", "2.0"}, {"method", "exit"}});
+    srv.join();
+    EXPECT_EQ(rc, 0);
+    for (int fd : {to_server[0], to_server[1], from_server[0], from_server[1]})
+        close(fd);
+}
