@@ -17,14 +17,15 @@ cmake --build build-asan -j "$jobs"
     ctest --output-on-failure -j "$jobs")
 
 # Concurrent loads under ThreadSanitizer: the library's, a thread with a log
-# level of its own, and the tool checking and linting files side by side.
+# level of its own, the tool checking and linting files side by side, and the
+# editor server with its reading and checking threads.
 cmake -S . -B build-tsan -G Ninja -DCMAKE_BUILD_TYPE=Debug -DKIV_WERROR=ON \
     -DKIV_SANITIZE=thread >/dev/null
 cmake --build build-tsan -j "$jobs" --target kiv_tests kiv_tool_tests
 TSAN_OPTIONS=halt_on_error=1 build-tsan/tests/kiv_tests --gtest_filter='Threads.*:Any.AThread*' \
     --gtest_brief=1
 TSAN_OPTIONS=halt_on_error=1 build-tsan/tools/kiv/tests/kiv_tool_tests --gtest_brief=1 \
-    --gtest_filter='Cases.GiveWhatTheirOutFileSays/tool_check:Cases.GiveWhatTheirOutFileSays/tool_lint'
+    --gtest_filter='Cases.GiveWhatTheirOutFileSays/tool_check:Cases.GiveWhatTheirOutFileSays/tool_lint:LspServe.*'
 
 # valgrind on the plain debug build of the test command (the wrong-type
 # variants, thousands of loads, the hostile scripts that run to their bounds

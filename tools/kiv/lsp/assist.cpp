@@ -116,6 +116,7 @@ const std::pair<const char *, const char *> TABLE_BY_ARRAY[] = {
 const std::pair<const char *, const char *> TABLE_BY_GLOBAL[] = {
     {"_resource_config_", "top"},
     {"_custom_aisp_config_", "aisp"},
+    {"__hevc_scalelist__", "hevc"},
 };
 
 template <size_t N>
@@ -192,6 +193,8 @@ std::string kind_of(const view &v, int32_t ctor)
         std::string k = table_kind(t->path);
         if (k == "top" && v.a->model.kind == kiv_kind::aisp)
             k = "aisp";
+        if (k == "top" && v.a->model.kind == kiv_kind::hevc)
+            k = "hevc";
         if (!k.empty())
             return k;
     }
@@ -281,11 +284,41 @@ std::vector<std::pair<std::string, std::string>> names_for(const view &v, const 
     return out;
 }
 
+bool blank(char c)
+{
+    return c == ' ' || c == '\t' || c == '\r' || c == '\n';
+}
+
+// The first "--" outside a short string in [begin, end) of t, or npos.
+size_t comment_in(std::string_view t, size_t begin, size_t end)
+{
+    for (size_t i = begin; i < end; ++i) {
+        if (t[i] == '"' || t[i] == '\'') {
+            const char q = t[i];
+            for (++i; i < end && t[i] != q; i += t[i] == '\\' ? 2 : 1)
+                ;
+        } else if (t[i] == '-' && i + 1 < end && t[i + 1] == '-') {
+            return i;
+        }
+    }
+    return std::string_view::npos;
+}
+
+// Just after the last character before offset i that is neither blank nor
+// in a line comment.
 size_t skip_blanks_back(std::string_view t, size_t i)
 {
-    while (i > 0 && strchr(" \t\r\n", t[i - 1]))
-        --i;
-    return i;
+    for (;;) {
+        while (i > 0 && blank(t[i - 1]))
+            --i;
+        size_t line = i;
+        while (line > 0 && t[line - 1] != '\n' && t[line - 1] != '\r')
+            --line;
+        const size_t c = comment_in(t, line, i);
+        if (c == std::string_view::npos)
+            return i;
+        i = c;
+    }
 }
 
 // The key a string at `open` (its opening quote) is the value of: the name
@@ -313,7 +346,7 @@ std::string key_of_string(const view &v, size_t open)
 bool at_key_position(const view &v, size_t begin)
 {
     const size_t i = skip_blanks_back(v.text, begin);
-    return i > 0 && strchr("{,;", v.text[i - 1]);
+    return i > 0 && (v.text[i - 1] == '{' || v.text[i - 1] == ',' || v.text[i - 1] == ';');
 }
 
 // The place of the check's reading whose key or value holds `at` (an

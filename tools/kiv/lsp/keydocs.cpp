@@ -284,12 +284,44 @@ std::string default_of(std::string_view absent)
     return is_number(v) ? std::string(v) : std::string();
 }
 
+// The scaling lists' table: a row per list, its list key and its DC key
+// (kind "hevc"), each column's type in its header's parentheses ("list key
+// (array of up to 64 integers)").  Every key is optional.
+void add_scaling_keys(const md_table &t, std::vector<key_doc> &docs)
+{
+    const int size = column(t, "size"), list = column(t, "list");
+    // A row's list key, then its DC key: the reading order.
+    for (const auto &row : t.rows)
+        for (size_t c = 0; c < t.header.size() && c < row.size(); ++c) {
+            const std::string &h = t.header[c];
+            const bool dc = h.starts_with("DC key (");
+            if (!dc && !h.starts_with("list key ("))
+                continue;
+            const std::string_view name = code_span(row[c], 0);
+            if (name.empty())
+                continue;
+            auto cell = [&](int i) {
+                return i >= 0 && static_cast<size_t>(i) < row.size() ? row[i] : std::string();
+            };
+            docs.push_back(key_doc{
+                "hevc", std::string(name), h.substr(h.find('(') + 1, h.size() - h.find('(') - 2),
+                dc ? "the list's first coefficient; `KIV_WARN:: ...: item(<key>) doesn't exist`"
+                   : "all 0; `array item(<key>) doesn't exist` and a WARN",
+                "32 bits each",
+                (dc ? "DC value of the " : "") + cell(size) + " " + cell(list) + " list", t.section,
+                false, false, dc ? "" : "0"});
+        }
+}
+
 } // namespace
 
 std::vector<key_doc> parse_key_docs(std::string_view markdown)
 {
     const std::vector<md_table> tables = tables_of(markdown);
     std::vector<key_doc> docs;
+    for (const md_table &t : tables)
+        if (heading_number(t.section) == "6" && column(t, "size") >= 0)
+            add_scaling_keys(t, docs);
     int heading = -1, ordinal = 0;
     for (const md_table &t : tables) {
         int key = column(t, "key"), type = column(t, "type"), absent = column(t, "absent");

@@ -350,3 +350,32 @@ TEST(LspServe, TheNewestTextWinsAndTheSessionEnds)
     for (int fd : {to_server[0], to_server[1], from_server[0], from_server[1]})
         close(fd);
 }
+
+// Every key written in a table of a shipped example gets its documentation
+// on hover, and every table its keys on completion.
+TEST_F(LspSession, EveryKeyOfTheExamplesHasItsDocumentation)
+{
+    for (const auto &e : std::filesystem::directory_iterator(kivtest::example(""))) {
+        if (e.path().extension() != ".lua" || e.path().filename() == "calib_table.lua")
+            continue; // a calibration table has no keys, only pairs
+        SCOPED_TRACE(e.path().string());
+        document d;
+        d.uri = "file:///ws/x.lua";
+        d.text = kivtest::read_file(e.path().string());
+        d.last = d.good = run_check({d.uri, "x.lua", 1, d.text});
+        const line_index lines(d.text);
+        const kivtool::src_map map = kivtool::scan_source(d.text);
+        int keys = 0;
+        for (const kivtool::src_constructor &c : map.constructors)
+            for (const kivtool::src_field &f : c.fields) {
+                if (f.kind != kivtool::src_field::named)
+                    continue;
+                ++keys;
+                const json h = hover(d, lines.at(f.key.begin.offset));
+                EXPECT_TRUE(h.is_object() && h["contents"]["value"].get<std::string>().find(
+                                                 "**`" + f.name + "`**") != std::string::npos)
+                    << f.name << " at line " << f.key.begin.line;
+            }
+        EXPECT_GT(keys, 20);
+    }
+}
