@@ -458,9 +458,8 @@ std::string dump_line(const script_model &m, const std::string &path, const std:
 
 } // namespace
 
-json diagnostic(const std::string &text, const line_index &lines, const finding &f)
+json diagnostic(const line_index &lines, const finding &f)
 {
-    (void)text;
     static const int SEVERITY[] = {3, 2, 1}; // info, warning, error
     return {{"range", range_json(lines.of(f.where))},
             {"severity", SEVERITY[static_cast<int>(f.r->level)]},
@@ -620,10 +619,13 @@ json code_actions(const document &d, const json &params)
 {
     const view v(d);
     json actions = json::array();
-    const range asked{{params["range"]["start"]["line"].get<uint32_t>(),
-                       params["range"]["start"]["character"].get<uint32_t>()},
-                      {params["range"]["end"]["line"].get<uint32_t>(),
-                       params["range"]["end"]["character"].get<uint32_t>()}};
+    // at() throws for a member that is missing: the request is refused as
+    // one with invalid parameters.
+    const json &r = params.at("range");
+    const range asked{{r.at("start").at("line").get<uint32_t>(),
+                       r.at("start").at("character").get<uint32_t>()},
+                      {r.at("end").at("line").get<uint32_t>(),
+                       r.at("end").at("character").get<uint32_t>()}};
     auto edit = [&](const std::string &title, size_t b, size_t e, const std::string &text,
                     const json &diags) {
         json change = {{"range", range_json({v.lines.at(b), v.lines.at(e)})}, {"newText", text}};
@@ -650,7 +652,7 @@ json code_actions(const document &d, const json &params)
                 fb > to)
                 continue;
             edit(fix->title, b, e, fix->text,
-                 json::array({diagnostic(std::string(v.old), old_lines, f)}));
+                 json::array({diagnostic(old_lines, f)}));
         }
     }
     // The required keys the table at the cursor lacks.
@@ -745,7 +747,7 @@ json document_symbols(const document &d)
                 parent[i] = static_cast<int>(j);
     // In the order they stand in the script.
     auto by_place = [](const json &a, const json &b) {
-        const json &x = a["range"]["start"], &y = b["range"]["start"];
+        const json &x = a.at("range").at("start"), &y = b.at("range").at("start");
         return std::pair(x["line"].get<uint32_t>(), x["character"].get<uint32_t>()) <
                std::pair(y["line"].get<uint32_t>(), y["character"].get<uint32_t>());
     };

@@ -23,8 +23,8 @@ json code_actions(const document &d, const json &params);
 json document_symbols(const document &d);
 json definition(const document &d, position p);
 
-// A finding's diagnostic, its place in the text `text` was checked with.
-json diagnostic(const std::string &text, const line_index &lines, const finding &f);
+// A finding's diagnostic, placed by the lines of the text that was checked.
+json diagnostic(const line_index &lines, const finding &f);
 
 // The edit that fixes a finding that says what was meant ("did you mean
 // `hflip`?"): the misspelt name, found once in the finding's place or its

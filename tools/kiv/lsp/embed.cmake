@@ -1,7 +1,8 @@
 # Writes the text of a file into a C++ source as the body of
-# kivtool::format_reference(): raw string literals, one after another, each
-# ending at a line end (so none splits a character), with a delimiter the
-# text does not hold.
+# kivtool::format_reference(): an array of raw string literals, each ending
+# at a line end (so none splits a character), with a delimiter the text
+# does not hold, joined once at run time (a compiler need not take one
+# literal longer than 64 KiB).
 #   cmake -DINPUT=docs/format.md -DOUTPUT=format_md.cpp -P embed.cmake
 cmake_minimum_required(VERSION 3.20)
 if(NOT INPUT OR NOT OUTPUT)
@@ -49,19 +50,26 @@ while(left GREATER 0)
   # go outside the raw literals.  (file(READ) has made CR LF a line feed.)
   string(REPLACE "\r" ")${delim}\" \"\\r\" R\"${delim}(" head "${head}")
   string(REGEX REPLACE "\\\\([ \t]+\n)" "\\\\)${delim}\" R\"${delim}(\\1" head "${head}")
-  string(APPEND body "    R\"${delim}(${head})${delim}\"\n")
+  string(APPEND body "    R\"${delim}(${head})${delim}\",\n")
   math(EXPR left "${left} - ${cut}")
 endwhile()
 if(body STREQUAL "")
-  set(body "    \"\"\n")
+  set(body "    \"\",\n")
 endif()
 
 file(WRITE "${OUTPUT}.tmp"
      "// Made from ${INPUT} by embed.cmake at build time; do not edit.\n"
      "#include \"lsp/keydocs.h\"\n\n"
      "namespace kivtool\n{\n\n"
-     "namespace\n{\nconst char text[] =\n${body};\n} // namespace\n\n"
-     "std::string_view format_reference()\n{\n    return {text, sizeof text - 1};\n}\n\n"
+     "namespace\n{\nconst char *const parts[] = {\n${body}};\n} // namespace\n\n"
+     "std::string_view format_reference()\n{\n"
+     "    static const std::string text = [] {\n"
+     "        std::string t;\n"
+     "        for (const char *p : parts)\n"
+     "            t += p;\n"
+     "        return t;\n"
+     "    }();\n"
+     "    return text;\n}\n\n"
      "} // namespace kivtool\n")
 # Touch the source only when it changed.
 execute_process(COMMAND "${CMAKE_COMMAND}" -E copy_if_different "${OUTPUT}.tmp" "${OUTPUT}")

@@ -279,7 +279,7 @@ void server::publish(const document &d, const analysis *a)
     json diags = json::array();
     const line_index lines(a->model.text);
     for (const finding &f : a->findings)
-        diags.push_back(diagnostic(a->model.text, lines, f));
+        diags.push_back(diagnostic(lines, f));
     send_({{"jsonrpc", "2.0"},
            {"method", "textDocument/publishDiagnostics"},
            {"params", {{"uri", d.uri}, {"version", d.version}, {"diagnostics", diags}}}});
