@@ -19,6 +19,10 @@
 // redirected at the descriptor level and restored before the reporter
 // prints).  Standard output is fully buffered whatever it is connected to,
 // so that a run on a terminal writes the log as a run into a pipe does.
+//
+// The editor server (kiv lsp) is measured as an editor drives it, over two
+// pipes: the latency of diagnostics after a change, against the check alone
+// run in-process, and its memory over many edits.
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
@@ -32,6 +36,7 @@
 #include <string>
 #include <signal.h>
 #include <sys/wait.h>
+#include <thread>
 #include <unistd.h>
 #include <vector>
 
@@ -41,6 +46,8 @@
 #include "core/log.h"
 #include "core/run.h"
 #include "kiv.h"
+#include "lsp/rpc.h"
+#include "lsp/server.h"
 #include "model/model.h"
 #include "model/rules.h"
 
@@ -529,6 +536,205 @@ void BM_busy_machine(benchmark::State &st)
     st.counters["worst_cpu_ms"] = worst * 1e3;
 }
 
+// A number from /proc/self/status: "VmRSS:" (KiB).
+long self_status(const std::string &field)
+{
+    std::ifstream in("/proc/self/status");
+    for (std::string line; std::getline(in, line);)
+        if (line.rfind(field, 0) == 0)
+            return std::stol(line.substr(field.size()));
+    return -1;
+}
+
+using json = nlohmann::json;
+const std::string LSP_URI = "file://" + FULL;
+
+// Edit `n` of the largest example, as a whole new text: a blank line at the
+// end on odd edits, and a misspelt key (which lint reports) on edits 2 and 3
+// of every 4, so that each text differs from the one before and the
+// diagnostics change every other edit.
+std::string edited(const std::string &text, int64_t n)
+{
+    std::string out = text;
+    if (n / 2 % 2)
+        out.replace(out.find("\tmirror = 0,"), 7, "\tmiror");
+    if (n % 2)
+        out += "\n";
+    return out;
+}
+
+// kiv lsp as an editor drives it: serve() on a thread of its own, reading
+// one pipe and writing another; this is the editor's side.  Initialized on
+// construction, shut down and exited on destruction.
+class lsp_session
+{
+  public:
+    explicit lsp_session(std::chrono::milliseconds debounce)
+    {
+        if (pipe(in_) != 0 || pipe(out_) != 0)
+            abort();
+        server_ = std::thread([this, debounce] {
+            kivtool::lsp::serve(in_[0], out_[1], debounce);
+            close(out_[1]); // the editor's reads end
+        });
+        request(1, "initialize", {{"capabilities", json::object()}});
+    }
+
+    ~lsp_session()
+    {
+        request(2, "shutdown", nullptr);
+        send({{"jsonrpc", "2.0"}, {"method", "exit"}});
+        server_.join(); // serve() has ended its threads
+        close(in_[0]);
+        close(in_[1]);
+        close(out_[0]);
+    }
+    lsp_session(const lsp_session &) = delete;
+    lsp_session &operator=(const lsp_session &) = delete;
+
+    // Opens the example as version 1: its diagnostics, or null.
+    json open(const std::string &text)
+    {
+        send({{"jsonrpc", "2.0"},
+              {"method", "textDocument/didOpen"},
+              {"params",
+               {{"textDocument",
+                 {{"uri", LSP_URI}, {"languageId", "lua"}, {"version", 1}, {"text", text}}}}}});
+        return diagnostics(1);
+    }
+
+    // Changes the whole text to version `version`: its diagnostics, or null;
+    // in *ns the time from the write of the change to the read of them.
+    json change(int64_t version, const std::string &text, double *ns)
+    {
+        const std::string msg = json{{"jsonrpc", "2.0"},
+                                     {"method", "textDocument/didChange"},
+                                     {"params",
+                                      {{"textDocument", {{"uri", LSP_URI}, {"version", version}}},
+                                       {"contentChanges", json::array({{{"text", text}}})}}}}
+                                    .dump();
+        json diags;
+        *ns = ns_of([&] {
+            kivtool::lsp::write_message(in_[1], msg);
+            diags = diagnostics(version);
+        });
+        return diags;
+    }
+
+  private:
+    void send(const json &msg) { kivtool::lsp::write_message(in_[1], msg.dump()); }
+
+    // The next message from the server; null when it has ended.
+    json next()
+    {
+        std::string body;
+        if (kivtool::lsp::read_message(out_[0], &body) != kivtool::lsp::read_result::message)
+            return nullptr;
+        json m = json::parse(body, nullptr, false);
+        return m.is_object() ? m : json::object();
+    }
+
+    void request(int id, const char *method, const json &params)
+    {
+        send({{"jsonrpc", "2.0"}, {"id", id}, {"method", method}, {"params", params}});
+        for (json m = next(); !m.is_null() && m.value("id", json()) != id; m = next()) {
+        }
+    }
+
+    json diagnostics(int64_t version)
+    {
+        for (json m = next(); !m.is_null(); m = next())
+            if (m.value("method", "") == "textDocument/publishDiagnostics" &&
+                m["params"].value("version", int64_t{-1}) == version)
+                return m["params"]["diagnostics"];
+        return nullptr;
+    }
+
+    int in_[2], out_[2];
+    std::thread server_;
+};
+
+// The latency of diagnostics: from the write of a change of the largest
+// example to the read of its diagnostics, through the server's debounce (the
+// default, 40 ms), its check on a thread of its own and the protocol.  The
+// baseline, check_ms, is the same check in-process (run_check) of the same
+// text, right after.  median_ms and check_ms are medians over the
+// iterations, max_ms the slowest change.
+void BM_lsp_diagnostics(benchmark::State &st)
+{
+    const std::chrono::milliseconds debounce(40);
+    const std::string text = read_text(FULL);
+    lsp_session lsp(debounce);
+    if (!lsp.open(text).is_array()) {
+        st.SkipWithError("no diagnostics for the opened example");
+        return;
+    }
+    std::vector<double> latencies, checks;
+    size_t reported[2] = {0, 0}; // diagnostics without and with the misspelt key
+    int64_t version = 1;
+    for (auto _ : st) {
+        const std::string next = edited(text, ++version);
+        double ns;
+        const json diags = lsp.change(version, next, &ns);
+        if (!diags.is_array()) {
+            st.SkipWithError("no diagnostics for a change");
+            break;
+        }
+        reported[version / 2 % 2] = diags.size();
+        latencies.push_back(ns);
+        st.SetIterationTime(ns * 1e-9);
+        checks.push_back(ns_of([&] {
+            benchmark::DoNotOptimize(kivtool::lsp::run_check({LSP_URI, FULL, version, next}));
+        }));
+    }
+    if (version > 4 && reported[0] == reported[1])
+        st.SkipWithError("the misspelt key changes no diagnostic");
+    if (latencies.empty())
+        return;
+    st.counters["median_ms"] = median(latencies) / 1e6;
+    st.counters["max_ms"] = *std::max_element(latencies.begin(), latencies.end()) / 1e6;
+    st.counters["check_ms"] = median(checks) / 1e6;
+    st.counters["debounce_ms"] = static_cast<double>(debounce.count());
+}
+
+// The server's memory over many edits (no debounce, each edit waiting for
+// its diagnostics): the resident size of the process after the first 50
+// edits, once every buffer and cache has been made, and at the end.  No
+// sample is kept per edit, so that the benchmark's own memory stays as it
+// is.  KIV_BENCH_EDITS sets the number of edits (300 by default, so that the
+// short pass stays short).
+void BM_lsp_memory_over_edits(benchmark::State &st)
+{
+    const char *env = getenv("KIV_BENCH_EDITS");
+    const int64_t edits = std::max(50L, env ? atol(env) : 300L);
+    const std::string text = read_text(FULL);
+    for (auto _ : st) {
+        lsp_session lsp(std::chrono::milliseconds(0));
+        if (!lsp.open(text).is_array()) {
+            st.SkipWithError("no diagnostics for the opened example");
+            return;
+        }
+        double total = 0;
+        long after_50 = 0;
+        for (int64_t n = 1; n <= edits; ++n) {
+            double ns;
+            if (!lsp.change(n + 1, edited(text, n + 1), &ns).is_array()) {
+                st.SkipWithError("no diagnostics for a change");
+                return;
+            }
+            total += ns;
+            if (n == 50)
+                after_50 = self_status("VmRSS:");
+        }
+        const long end = self_status("VmRSS:");
+        st.SetIterationTime(total * 1e-9);
+        st.counters["edits"] = static_cast<double>(edits);
+        st.counters["rss_after_50_kib"] = static_cast<double>(after_50);
+        st.counters["rss_end_kib"] = static_cast<double>(end);
+        st.counters["growth_kib"] = static_cast<double>(end - after_50);
+    }
+}
+
 // The console output, plus the ratios of every case collected for the
 // summary printed after the run.
 class summary_reporter : public benchmark::ConsoleReporter
@@ -596,6 +802,8 @@ BENCHMARK(BM_lint_against_check)->UseManualTime()->Unit(benchmark::kMicrosecond)
 BENCHMARK(BM_check_against_stock)->UseManualTime()->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_hevc_load)->UseManualTime()->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_aisp_load)->UseManualTime()->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_lsp_diagnostics)->UseManualTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_lsp_memory_over_edits)->UseManualTime()->Iterations(1)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_hostile)
     ->DenseRange(0, static_cast<int>(hostile_scripts().size()) - 1)
     ->UseManualTime()
