@@ -622,10 +622,9 @@ json code_actions(const document &d, const json &params)
     // at() throws for a member that is missing: the request is refused as
     // one with invalid parameters.
     const json &r = params.at("range");
-    const range asked{{r.at("start").at("line").get<uint32_t>(),
-                       r.at("start").at("character").get<uint32_t>()},
-                      {r.at("end").at("line").get<uint32_t>(),
-                       r.at("end").at("character").get<uint32_t>()}};
+    const range asked{
+        {r.at("start").at("line").get<uint32_t>(), r.at("start").at("character").get<uint32_t>()},
+        {r.at("end").at("line").get<uint32_t>(), r.at("end").at("character").get<uint32_t>()}};
     auto edit = [&](const std::string &title, size_t b, size_t e, const std::string &text,
                     const json &diags) {
         json change = {{"range", range_json({v.lines.at(b), v.lines.at(e)})}, {"newText", text}};
@@ -651,8 +650,7 @@ json code_actions(const document &d, const json &params)
                 fb == std::string_view::npos || fe == std::string_view::npos || fe < from ||
                 fb > to)
                 continue;
-            edit(fix->title, b, e, fix->text,
-                 json::array({diagnostic(old_lines, f)}));
+            edit(fix->title, b, e, fix->text, json::array({diagnostic(old_lines, f)}));
         }
     }
     // The required keys the table at the cursor lacks.

@@ -2,6 +2,8 @@
 
 #include "lsp/assist.h"
 
+#include <algorithm>
+
 namespace kivtool::lsp
 {
 
@@ -215,11 +217,28 @@ void server::notification(const std::string &method, const json &params)
         const json &changes = member(params, "contentChanges");
         if (it == docs_.end() || !changes.is_array() || changes.empty())
             return;
-        // The server asks for whole texts: the last change is the text.
-        const json &last = changes.back();
-        if (last.contains("range"))
-            return;
-        it->second.text = text_member(last, "text");
+        // The server asks for whole texts; a client that sends ranges all
+        // the same has them applied in order, each to the text the one
+        // before left.
+        std::string text = it->second.text;
+        for (const json &c : changes) {
+            if (!c.contains("range")) {
+                text = text_member(c, "text");
+                continue;
+            }
+            const json &r = member(c, "range");
+            const line_index lines(text);
+            auto at = [&](const char *end) {
+                const json &p = member(r, end);
+                const json &l = member(p, "line"), &ch = member(p, "character");
+                if (!l.is_number_unsigned() || !ch.is_number_unsigned())
+                    throw bad_params("a range's places are not unsigned numbers");
+                return lines.offset({l.get<uint32_t>(), ch.get<uint32_t>()});
+            };
+            const size_t b = at("start"), e = std::max(b, at("end"));
+            text.replace(b, e - b, text_member(c, "text"));
+        }
+        it->second.text = std::move(text);
         it->second.version = td.value("version", it->second.version + 1);
         changed(it->second);
     } else if (method == "textDocument/didClose") {
