@@ -406,6 +406,10 @@ int32_t kiv_get_hevc_scaling_cfg(const char *path, kiv_hevc_scaling_cfg *cfg);
  * load or run. */
 int32_t kiv_get_aisp_cfg(const char *path, kiv_aisp_cfg *cfg, uint8_t type);
 
+/* Returns the library's version, "MAJOR.MINOR.PATCH" (the version its
+ * pkg-config file and package give), as a static string. */
+const char *kiv_version(void);
+
 #ifdef __cplusplus
 }
 #endif

@@ -17,7 +17,7 @@ mv "$work/installed" "$work/prefix"
 [ ! -e "$work/configured" ] || { echo "installed into the configured prefix"; exit 1; }
 lib=$(find "$work/prefix" -name 'libkiv.so.1.0.0')
 defined=$(nm -D --defined-only "$lib" | awk '{print $2}' | sort | tr '\n' ' ')
-[ "$defined" = "T T T T T T T " ] || { nm -D --defined-only "$lib"; echo "unexpected exports"; exit 1; }
+[ "$defined" = "T T T T T T T T " ] || { nm -D --defined-only "$lib"; echo "unexpected exports"; exit 1; }
 readelf -d "$lib" | grep -q 'SONAME.*\[libkiv.so.1\]'
 
 export PKG_CONFIG_LIBDIR="$(dirname "$lib")/pkgconfig" PKG_CONFIG_PATH=

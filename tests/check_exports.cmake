@@ -1,5 +1,5 @@
 # Checks that the shared library's dynamic symbol table defines exactly the
-# seven functions of the C interface, and names no C++ runtime.
+# eight functions of the C interface, and names no C++ runtime.
 execute_process(COMMAND nm -D --defined-only ${LIB} OUTPUT_VARIABLE syms RESULT_VARIABLE rc)
 if(NOT rc EQUAL 0)
   message(FATAL_ERROR "nm failed on ${LIB}")
@@ -15,7 +15,7 @@ foreach(line IN LISTS lines)
 endforeach()
 list(SORT found)
 set(expected kiv_dump_multi_chan_cfg kiv_get_aisp_cfg kiv_get_calib_data_size kiv_get_hevc_scaling_cfg
-    kiv_get_multi_chan_cfg kiv_init kiv_load_calib_data)
+    kiv_get_multi_chan_cfg kiv_init kiv_load_calib_data kiv_version)
 if(NOT found STREQUAL expected)
   message(FATAL_ERROR "exported: ${found}\nexpected: ${expected}")
 endif()

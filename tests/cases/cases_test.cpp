@@ -31,6 +31,7 @@
 //                "{prelude}" a file holding the prelude alone, "{out}" a file
 //                whose text is shown after the run, "{src}" the source tree
 //   json=P,Q     with kiv: the values at JSON pointers P and Q of the output
+//   stdin        with kiv: the script is the tool's standard input
 //
 // The script's path is shown as "{}" wherever it appears.
 //
@@ -39,6 +40,8 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <fcntl.h>
+#include <unistd.h>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -76,6 +79,7 @@ struct options {
     kiv_run_limits limits{.time_ms = 600000};
     int calib_items = -1;
     std::vector<std::string> json;
+    bool stdin = false;
 };
 
 options parse_options(const std::string &text)
@@ -106,8 +110,8 @@ options parse_options(const std::string &text)
             o.limits.instructions = std::stoull(value);
         else if (key == "time")
             o.limits.time_ms = static_cast<uint32_t>(std::stoul(value));
-        else if (key == "hp" || key == "settings")
-            (key == "hp" ? o.hp : o.settings) = true;
+        else if (key == "hp" || key == "settings" || key == "stdin")
+            (key == "hp" ? o.hp : key == "stdin" ? o.stdin : o.settings) = true;
         else if (key == "calib" || key == "hevc")
             o.kind = key, o.calib_items = value.empty() ? -1 : std::stoi(value);
         else
@@ -254,7 +258,17 @@ std::string run_tool(const std::string &path, const options &o)
     for (std::string w; in >> w; args.push_back(w))
         for (const auto &[name, place] : places)
             w = replaced(w, name, place);
+    const int saved = o.stdin ? dup(STDIN_FILENO) : -1;
+    if (o.stdin) {
+        const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+        EXPECT_TRUE(fd >= 0 && dup2(fd, STDIN_FILENO) == STDIN_FILENO);
+        close(fd);
+    }
     tooltest::run_result r = tooltest::kiv(args);
+    if (saved >= 0) {
+        dup2(saved, STDIN_FILENO);
+        close(saved);
+    }
     if (!o.grep.empty())
         r.out = kivtest::only(r.out, o.grep);
     if (!o.json.empty() && nlohmann::json::accept(r.out)) {

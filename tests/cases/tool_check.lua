@@ -38,3 +38,13 @@ _resource_config_ = { version = 2 }
 --- level 1 lists the keys left to their defaults, as the library logs them | grep=vsrc_ctx,ok kiv check --log-level 1 {prelude}
 --- files checked side by side, reported in the order given | kiv check -j 2 {} {prelude} {}
 _resource_config_ = { version = 2 }
+--- a script on standard input is named <stdin> | stdin kiv check -
+_resource_config_ = { version = 2 }
+--- or as --stdin-name says, the same text for a second - | stdin kiv check --stdin-name board.lua - -
+_resource_config_ = { version = 2 }
+--- JSON: one object per file, its findings as lint gives them | kiv check --format json {} {prelude} /nonexistent.lua
+_resource_config_ = { version = 2 }
+--- lint reads standard input too | stdin kiv lint --stdin-name board.lua -
+--- and so do show, dump and diff | stdin json=/kiv_version,/version kiv show -q --json -
+--- dump of standard input | stdin grep=version kiv dump -q -
+--- diff against standard input | stdin kiv diff -q {prelude} -

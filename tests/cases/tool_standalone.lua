@@ -20,3 +20,7 @@ x = 1
 --- the AISP example as JSON | json=/interface_entries,/networks,/config/interfaces/2/port/id,/config/fifo_addr kiv aisp --json {src}/examples/custom_aisp.lua
 --- an AISP script without networks | kiv aisp {}
 _custom_aisp_config_ = {}
+--- calibration items from standard input | stdin kiv calib -
+calib_data = { {0x3009, 0x40} }
+--- a failing AISP script from standard input, named | stdin kiv aisp --stdin-name net.lua -
+_custom_aisp_config_ = { boot_param = {} }

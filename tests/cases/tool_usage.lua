@@ -3,6 +3,7 @@
 -- standard output).  The script itself is a valid one-line table.
 _resource_config_ = { version = 1 }
 --- no subcommand | kiv
+--- the versions | kiv --version
 --- unknown subcommand | kiv frobnicate
 --- help | kiv --help
 --- unknown option | kiv show {} --bogus

@@ -9,27 +9,32 @@
 #include "jobs.h"
 #include "report.h"
 
+#include <nlohmann/json.hpp>
+
 namespace kivtool
 {
 
 namespace
 {
 
+using json = nlohmann::ordered_json;
+
 struct check_options {
     std::vector<std::string> files;
     bool quiet = false;
     int log_level = -1; // the library's own log too, up to this level
     unsigned jobs = 0;
+    std::string format = "text";
 };
 
 file_report check_file(const std::string &path, const check_options &opt)
 {
     try {
-        const script_model m = load_model(path, {std::max(opt.log_level, 1)});
+        const script_model m = load_script(path, {std::max(opt.log_level, 1)});
         return report_of(m, true, {}, opt.log_level);
     } catch (const io_error &e) {
         file_report r;
-        r.file = path;
+        r.file = script_name(path);
         r.error = e.what();
         return r;
     }
@@ -66,6 +71,36 @@ int show_file(const file_report &r, const check_options &opt)
     return failed ? EXIT_FAILED : EXIT_OK;
 }
 
+// One file's object of `--format json`: what its text lines say, as data.
+// The findings are those of lint's JSON, so one reader takes both.
+json file_json(const file_report &r)
+{
+    json o = {{"file", r.file}};
+    if (!r.readable()) {
+        o["status"] = "unreadable";
+        o["error"] = r.error;
+        return o;
+    }
+    o["status"] = r.result != 0 ? "failed" : r.logged_errors ? "loaded with errors" : "ok";
+    o["result"] = r.result;
+    o["summary"] = r.summary;
+    o["absent_keys"] = r.absent;
+    size_t counts[3] = {0, 0, 0};
+    for (const finding &f : r.findings)
+        ++counts[static_cast<int>(f.r->level)];
+    o["errors"] = counts[static_cast<int>(severity::error)];
+    o["warnings"] = counts[static_cast<int>(severity::warning)];
+    o["infos"] = counts[static_cast<int>(severity::info)];
+    o["findings"] = findings_json({r});
+    return o;
+}
+
+// The exit code of one file.
+int exit_of(const file_report &r)
+{
+    return !r.readable() ? EXIT_USAGE : r.result != 0 || r.logged_errors ? EXIT_FAILED : EXIT_OK;
+}
+
 } // namespace
 
 void add_check(CLI::App &app, int &rc)
@@ -74,24 +109,38 @@ void add_check(CLI::App &app, int &rc)
     CLI::App *sub = app.add_subcommand(
         "check", "Load each script and say what the loader refused or logged as an error, each at "
                  "its line of the script, and one summary line per file.");
-    sub->add_option("FILE", opt->files, "Configuration scripts")->required();
+    sub->add_option("FILE", opt->files, "Configuration scripts (-: standard input)")->required();
+    add_stdin_name(sub);
     sub->add_flag("-q,--quiet", opt->quiet, "Show only the files that fail or load with errors");
     sub->add_option("--log-level", opt->log_level,
                     "Also show the library's own log, from the start of each load, up to this "
                     "level: 0 errors, 1 warnings, 3 debug")
         ->check(CLI::Range(0, 255));
     sub->add_option("-j,--jobs", opt->jobs, "Files checked at once (default: one per core)");
+    sub->add_option("--format", opt->format,
+                    "text (default), or json: an array of one object per file (status, result, "
+                    "counts and the located findings, as lint's JSON gives them)")
+        ->check(CLI::IsMember({"text", "json"}));
     sub->callback([opt, &rc] {
         std::vector<file_report> reports(opt->files.size());
         int worst = EXIT_OK;
+        json files = json::array();
         run_jobs(
             opt->files.size(), opt->jobs ? opt->jobs : default_jobs(),
             [&](size_t i) { reports[i] = check_file(opt->files[i], *opt); },
             [&](size_t i) {
                 // A file that cannot be read outweighs one that fails to load.
-                worst = std::max(worst, show_file(reports[i], *opt));
+                if (opt->format == "json") {
+                    std::cerr << reports[i].raw_log;
+                    files.push_back(file_json(reports[i]));
+                    worst = std::max(worst, exit_of(reports[i]));
+                } else {
+                    worst = std::max(worst, show_file(reports[i], *opt));
+                }
                 reports[i] = {};
             });
+        if (opt->format == "json")
+            std::cout << dump_json(files) << '\n';
         rc = worst;
     });
 }

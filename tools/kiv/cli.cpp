@@ -19,6 +19,8 @@ int run(int argc, char **argv)
                  "video pipeline.",
                  "kiv"};
     app.require_subcommand(1);
+    app.set_version_flag("--version", version_text(),
+                         "Print the versions of the tool, the library and Lua, and exit");
     // Usage errors read like the tool's other errors.
     app.failure_message([](const CLI::App *, const CLI::Error &e) {
         return "kiv: " + std::string(e.what()) + "\nRun with --help for more information.\n";
@@ -27,6 +29,7 @@ int run(int argc, char **argv)
                "2 usage or I/O error.");
     int rc = EXIT_OK;
     tool_log() = {};
+    reset_stdin();
     // The tool's loads keep their log level to themselves: what a script's
     // log_level sets lasts until the next load of this thread, and the
     // process-wide level is left as it was.

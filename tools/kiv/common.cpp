@@ -8,11 +8,14 @@
 #include <sys/stat.h>
 #include <iostream>
 #include <memory>
+#include <mutex>
 #include <utility>
 #include <unistd.h>
 #include <vector>
 
 #include <CLI/CLI.hpp>
+
+#include <lua.h>
 
 #include "core/log.h"
 #include "core/access.h"
@@ -115,27 +118,111 @@ std::string filter_log(const std::string &log, int level)
     return out;
 }
 
+namespace
+{
+
+// Standard input as scripts see it in one run of the tool: read whole the
+// first time a script names it, then the same text for every "-".
+struct input_state {
+    std::mutex mu;
+    bool read = false;
+    std::string text, error, name = "<stdin>";
+};
+
+input_state &tool_input()
+{
+    static input_state state;
+    return state;
+}
+
+const std::string &standard_input()
+{
+    input_state &in = tool_input();
+    std::lock_guard<std::mutex> lock(in.mu); // -j reads it from several threads
+    if (!std::exchange(in.read, true)) {
+        char buf[65536];
+        for (;;) {
+            const ssize_t n = read(STDIN_FILENO, buf, sizeof buf);
+            if (n == 0)
+                break;
+            if (n < 0) {
+                if (errno == EINTR)
+                    continue;
+                in.error = strerror(errno);
+                break;
+            }
+            in.text.append(buf, static_cast<size_t>(n));
+        }
+    }
+    if (!in.error.empty())
+        throw io_error("cannot read standard input: " + in.error);
+    return in.text;
+}
+
+} // namespace
+
+void reset_stdin()
+{
+    input_state &in = tool_input();
+    std::lock_guard<std::mutex> lock(in.mu);
+    in.read = false;
+    in.text.clear();
+    in.error.clear();
+    in.name = "<stdin>";
+}
+
+std::string &stdin_name()
+{
+    return tool_input().name;
+}
+
+void add_stdin_name(CLI::App *sub)
+{
+    sub->add_option("--stdin-name", stdin_name(),
+                    "The name a script read from standard input (FILE -) goes by in messages "
+                    "(default <stdin>)");
+}
+
+std::string script_name(const std::string &path)
+{
+    return path == "-" ? stdin_name() : path;
+}
+
+script_model load_script(const std::string &path, const load_options &opt)
+{
+    if (path == "-")
+        return load_model_text(stdin_name(), standard_input(), opt);
+    return load_model(path, opt);
+}
+
+std::string version_text()
+{
+    return std::string("kiv ") + KIV_TOOL_VERSION + " (libkiv " + kiv_version() + ", " +
+           LUA_RELEASE + ")";
+}
+
 script_model load_multi_chan(const std::string &path)
 {
     const log_options &o = tool_log();
-    script_model m = load_model(path, {std::max(o.level, 1)});
+    script_model m = load_script(path, {std::max(o.level, 1)});
+    const std::string name = m.file;
     if (o.level >= 0)
         std::cerr << raw_log(m, o.level) << std::flush;
     const file_report r = report_of(m, true, {});
     if (m.kind != kiv_kind::multi_chan)
-        throw config_error(path + ": not a multi-channel script (it defines " +
+        throw config_error(name + ": not a multi-channel script (it defines " +
                            (m.kind == kiv_kind::calib  ? "calib_data"
                             : m.kind == kiv_kind::hevc ? "__hevc_scalelist__"
                                                        : "_custom_aisp_config_") +
                            ")");
     for (const finding &f : r.findings)
         if (!o.quiet && f.r->id != std::string("load-failed"))
-            std::cerr << finding_text(path, f);
+            std::cerr << finding_text(name, f);
     if (m.result != 0) {
         for (const finding &f : r.findings)
             if (f.r->id == std::string("load-failed"))
-                throw config_error(finding_text(path, f, false));
-        throw config_error(path + ": configuration failed (result " + std::to_string(m.result) +
+                throw config_error(finding_text(name, f, false));
+        throw config_error(name + ": configuration failed (result " + std::to_string(m.result) +
                            ")");
     }
     return m;

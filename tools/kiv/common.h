@@ -70,6 +70,25 @@ void add_log_options(CLI::App *sub);
 // its KIV_ERROR/KIV_WARN/KIV_DEBUG tag to the next tag).
 std::string filter_log(const std::string &log, int level);
 
+// Scripts named "-" come from standard input: read whole, once (a second
+// "-" in the same command is the same text), and named in findings and
+// messages as stdin_name(): "<stdin>", or what --stdin-name says.
+std::string &stdin_name();
+// Forgets what standard input gave (each run of the tool starts afresh).
+void reset_stdin();
+// Adds --stdin-name to a subcommand that reads scripts.
+void add_stdin_name(CLI::App *sub);
+// The name a script goes by: its path, or stdin_name() for "-".
+std::string script_name(const std::string &path);
+// Loads the script at path ("-": standard input) of any kind into a model.
+// Throws io_error when it cannot be read; a failed load is the model's
+// result, not an exception.
+script_model load_script(const std::string &path, const load_options &opt = {});
+
+// The versions of the tool, the library and Lua: "kiv 1.0.0 (libkiv
+// 1.0.0, Lua 5.3.6)".
+std::string version_text();
+
 // Loads the multi-channel script at path for a subcommand that shows it:
 // what the load found (errors and warnings, at their places) and, with
 // --log-level, the library's log go to standard error; throws io_error for

@@ -16,7 +16,9 @@ void add_dump(CLI::App &app, int &rc)
     auto opt = std::make_shared<options>();
     CLI::App *sub = app.add_subcommand(
         "dump", "Load a multi-channel script and write it back in canonical form.");
-    sub->add_option("FILE", opt->file, "Multi-channel configuration script")->required();
+    sub->add_option("FILE", opt->file, "Multi-channel configuration script (-: standard input)")
+        ->required();
+    add_stdin_name(sub);
     sub->add_option("-o,--output", opt->out,
                     "Write to this file instead of standard output (-: standard output)");
     add_log_options(sub);

@@ -24,7 +24,8 @@ void add_lint(CLI::App &app, int &rc)
     CLI::App *sub = app.add_subcommand(
         "lint", "Load each script and report what loads but cannot work as meant, or what a dump "
                 "silently changes; one line per finding, at its line of the script.");
-    sub->add_option("FILE", opt->files, "Configuration scripts")->required();
+    sub->add_option("FILE", opt->files, "Configuration scripts (-: standard input)")->required();
+    add_stdin_name(sub);
     sub->add_option("--format", opt->format, "text (default), json or sarif")
         ->check(CLI::IsMember({"text", "json", "sarif"}));
     std::vector<std::string> ids;
@@ -48,10 +49,10 @@ void add_lint(CLI::App &app, int &rc)
             opt->files.size(), opt->jobs ? opt->jobs : default_jobs(),
             [&](size_t i) {
                 try {
-                    const script_model m = load_model(opt->files[i], {std::max(raw, 1)});
+                    const script_model m = load_script(opt->files[i], {std::max(raw, 1)});
                     reports[i] = report_of(m, false, opt->disabled, raw);
                 } catch (const io_error &e) {
-                    reports[i].file = opt->files[i];
+                    reports[i].file = script_name(opt->files[i]);
                     reports[i].error = e.what();
                 }
             },

@@ -10,6 +10,7 @@
 #include "common.h"
 #include "core/log.h"
 #include "render.h"
+#include "report.h"
 
 namespace kivtool
 {
@@ -40,10 +41,12 @@ void add_loader(CLI::App &app, int &rc, const char *name, const char *help,
 {
     auto opt = std::make_shared<options>();
     CLI::App *sub = app.add_subcommand(name, help);
-    sub->add_option("FILE", opt->file, "Script to load")->required();
+    sub->add_option("FILE", opt->file, "Script to load (-: standard input)")->required();
     sub->add_flag("--json", opt->json, "Print what was loaded as JSON");
+    add_stdin_name(sub);
     sub->callback([opt, action, &rc] {
-        require_readable(opt->file);
+        if (opt->file != "-")
+            require_readable(opt->file);
         action(*opt);
         rc = EXIT_OK;
     });
@@ -51,22 +54,46 @@ void add_loader(CLI::App &app, int &rc, const char *name, const char *help,
 
 void fail(const options &opt, int32_t ret)
 {
-    throw config_error(opt.file + ": configuration failed (result " + std::to_string(ret) + ")");
+    throw config_error(script_name(opt.file) + ": configuration failed (result " +
+                       std::to_string(ret) + ")");
+}
+
+// A script from standard input, which the library cannot open by a path:
+// run from its text, of whatever kind it is, with its log on standard
+// error as log_to_stderr gives it.  A file is loaded by the exported
+// loader of the subcommand, whatever it defines.
+script_model from_stdin()
+{
+    const log_options &o = tool_log();
+    const int level = o.level >= 0 ? o.level : o.quiet ? -1 : 1;
+    script_model m = load_script("-", {std::max(level, 1)});
+    if (level >= 0)
+        std::cerr << filter_log(raw_log(m, level), level) << std::flush;
+    return m;
 }
 
 void calib(const options &opt)
 {
-    int32_t n = 0;
-    log_to_stderr([&] { n = kiv_get_calib_data_size(opt.file.c_str()); });
+    int32_t n = 0, ret = 0;
+    std::vector<kiv_calib_data_item> items;
+    if (opt.file == "-") {
+        script_model m = from_stdin();
+        n = m.kind == kiv_kind::calib ? m.calib_size : 0;
+        items = std::move(m.calib);
+        ret = m.result;
+    } else {
+        log_to_stderr([&] { n = kiv_get_calib_data_size(opt.file.c_str()); });
+    }
     // The size is 0 on every failure and for an empty table alike; neither
     // leaves anything to load.
     if (n <= 0)
-        throw config_error(opt.file + ": no calibration items loaded");
-    std::vector<kiv_calib_data_item> items(static_cast<size_t>(n));
-    int32_t ret = 0;
-    log_to_stderr([&] {
-        ret = kiv_load_calib_data(opt.file.c_str(), items.data(), static_cast<uint32_t>(n));
-    });
+        throw config_error(script_name(opt.file) + ": no calibration items loaded");
+    if (opt.file != "-") {
+        items.resize(static_cast<size_t>(n));
+        log_to_stderr([&] {
+            ret = kiv_load_calib_data(opt.file.c_str(), items.data(), static_cast<uint32_t>(n));
+        });
+    }
     if (ret != 0)
         fail(opt, ret);
     const record_desc &d = calib_item_desc();
@@ -88,7 +115,13 @@ void hevc(const options &opt)
 {
     auto cfg = std::make_unique<kiv_hevc_scaling_cfg>();
     int32_t ret = 0;
-    log_to_stderr([&] { ret = kiv_get_hevc_scaling_cfg(opt.file.c_str(), cfg.get()); });
+    if (opt.file == "-") {
+        script_model m = from_stdin();
+        ret = m.kind == kiv_kind::hevc ? m.result : -1;
+        cfg = std::move(m.hevc);
+    } else {
+        log_to_stderr([&] { ret = kiv_get_hevc_scaling_cfg(opt.file.c_str(), cfg.get()); });
+    }
     if (ret != 0)
         fail(opt, ret);
     if (opt.json)
@@ -102,8 +135,15 @@ void aisp(const options &opt)
     kiv_aisp_cfg cfg{};
     kiv_aisp_fill fill{};
     int32_t ret = 0;
-    // Type 1 is the only type of custom network script there is.
-    log_to_stderr([&] { ret = kiv_get_aisp_cfg_fill(opt.file.c_str(), &cfg, 1, &fill); });
+    if (opt.file == "-") {
+        const script_model m = from_stdin();
+        ret = m.kind == kiv_kind::aisp ? m.result : -1;
+        cfg = m.aisp;
+        fill = m.fill;
+    } else {
+        // Type 1 is the only type of custom network script there is.
+        log_to_stderr([&] { ret = kiv_get_aisp_cfg_fill(opt.file.c_str(), &cfg, 1, &fill); });
+    }
     if (ret != 0)
         fail(opt, ret);
     if (opt.json) {
