@@ -28,6 +28,7 @@ _resource_config_ = { version = 1 }
 --- aisp without a file | kiv aisp
 --- lsp help | kiv lsp --help
 --- lsp with a stray argument | kiv lsp x.lua
+--- completion for a shell it does not know | kiv completion fish
 --- show of a missing file | kiv show /nonexistent/dir/x.lua
 --- dump of a missing file | kiv dump /nonexistent/dir/x.lua
 --- calib of a missing file | kiv calib /nonexistent/dir/x.lua

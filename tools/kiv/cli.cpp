@@ -45,6 +45,7 @@ int run(int argc, char **argv)
     add_lint(app, rc);
     add_standalone(app, rc);
     add_lsp(app, rc);
+    add_completion(app, rc);
     // The parser would report an unknown first word only as a missing
     // subcommand.
     if (argc > 1 && argv[1][0] != '-' &&

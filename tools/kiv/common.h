@@ -117,6 +117,7 @@ void add_layout(CLI::App &app, int &rc);
 void add_lint(CLI::App &app, int &rc);
 void add_standalone(CLI::App &app, int &rc); // calib, hevc and aisp
 void add_lsp(CLI::App &app, int &rc);
+void add_completion(CLI::App &app, int &rc);
 
 // The whole program: parses argv, runs one subcommand and returns the exit
 // code.
