@@ -31,6 +31,8 @@ done
 grep -q '^complete -F _kiv kiv$' "$work/prefix/share/bash-completion/completions/kiv" &&
     grep -q '^#compdef kiv$' "$work/prefix/share/zsh/site-functions/_kiv" ||
     { echo "the shell completion is not installed"; exit 1; }
+[ -s "$work/prefix/share/doc/kiv/format.md" ] && [ -s "$work/prefix/share/doc/kiv/examples/single_1080p.lua" ] ||
+    { echo "the documentation is not installed"; exit 1; }
 
 export PKG_CONFIG_LIBDIR="$(dirname "$lib")/pkgconfig" PKG_CONFIG_PATH=
 export LD_LIBRARY_PATH="$(dirname "$lib")"
