@@ -33,7 +33,7 @@ _resource_config_ = { version = 2 }
 _resource_config_ = { version = 2 }
 --- diff of a failing load | kiv diff {} {}
 _resource_config_ = { version = 2 }
---- layout of a failing load writes nothing | kiv layout {} -o {out}
+--- layout of a failing load draws what was read, under a banner | kiv layout {} -o {out}
 _resource_config_ = { version = 2 }
 --- level 1 lists the keys left to their defaults, as the library logs them | grep=vsrc_ctx,ok kiv check --log-level 1 {prelude}
 --- files checked side by side, reported in the order given | kiv check -j 2 {} {prelude} {}

@@ -201,30 +201,40 @@ std::string version_text()
            LUA_RELEASE + ")";
 }
 
-script_model load_multi_chan(const std::string &path)
+script_model load_multi_chan(const std::string &path, std::string *failure)
 {
     const log_options &o = tool_log();
     script_model m = load_script(path, {std::max(o.level, 1)});
     const std::string name = m.file;
     if (o.level >= 0)
         std::cerr << raw_log(m, o.level) << std::flush;
-    const file_report r = report_of(m, true, {});
     if (m.kind != kiv_kind::multi_chan)
         throw config_error(name + ": not a multi-channel script (it defines " +
                            (m.kind == kiv_kind::calib  ? "calib_data"
                             : m.kind == kiv_kind::hevc ? "__hevc_scalelist__"
                                                        : "_custom_aisp_config_") +
                            ")");
-    for (const finding &f : r.findings)
-        if (!o.quiet && f.r->id != std::string("load-failed"))
-            std::cerr << finding_text(name, f);
-    if (m.result != 0) {
-        for (const finding &f : r.findings)
-            if (f.r->id == std::string("load-failed"))
-                throw config_error(finding_text(name, f, false));
-        throw config_error(name + ": configuration failed (result " + std::to_string(m.result) +
-                           ")");
+    const file_report r = report_of(m, true, {});
+    failure->clear();
+    for (const finding &f : r.findings) {
+        if (f.r->id != std::string("load-failed")) {
+            if (!o.quiet)
+                std::cerr << finding_text(name, f);
+        } else if (m.result != 0 && failure->empty()) {
+            *failure = finding_text(name, f, false);
+        }
     }
+    if (m.result != 0 && failure->empty())
+        *failure = name + ": configuration failed (result " + std::to_string(m.result) + ")";
+    return m;
+}
+
+script_model load_multi_chan(const std::string &path)
+{
+    std::string failure;
+    script_model m = load_multi_chan(path, &failure);
+    if (!failure.empty())
+        throw config_error(failure);
     return m;
 }
 

@@ -95,6 +95,10 @@ std::string version_text();
 // an unreadable file and config_error (saying why and where) when the
 // load fails or the script is of another kind.
 script_model load_multi_chan(const std::string &path);
+// The same, but a load that failed is said in *failure (its message, as
+// the config_error would say it; "" when it loaded) instead of thrown, for
+// a subcommand that shows what was read all the same.
+script_model load_multi_chan(const std::string &path, std::string *failure);
 
 // JSON text, indented by two; bytes of strings that are not valid UTF-8
 // are replaced by U+FFFD, with a note on standard error.
