@@ -140,22 +140,14 @@ const std::string &standard_input()
     input_state &in = tool_input();
     std::lock_guard<std::mutex> lock(in.mu); // -j reads it from several threads
     if (!std::exchange(in.read, true)) {
-        char buf[65536];
-        for (;;) {
-            const ssize_t n = read(STDIN_FILENO, buf, sizeof buf);
-            if (n == 0)
-                break;
-            if (n < 0) {
-                if (errno == EINTR)
-                    continue;
-                in.error = strerror(errno);
-                break;
-            }
-            in.text.append(buf, static_cast<size_t>(n));
+        try {
+            in.text = read_rest(STDIN_FILENO, "standard input");
+        } catch (const io_error &e) {
+            in.error = e.what();
         }
     }
     if (!in.error.empty())
-        throw io_error("cannot read standard input: " + in.error);
+        throw io_error(in.error);
     return in.text;
 }
 

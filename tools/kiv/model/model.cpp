@@ -40,23 +40,14 @@ std::string read_whole(const std::string &file)
         close(fd);
         throw io_error("cannot read " + file + ": " + strerror(EISDIR));
     }
-    std::string text;
-    char buf[65536];
-    for (;;) {
-        const ssize_t n = read(fd, buf, sizeof buf);
-        if (n == 0)
-            break;
-        if (n < 0) {
-            if (errno == EINTR)
-                continue;
-            const int err = errno;
-            close(fd);
-            throw io_error("cannot read " + file + ": " + strerror(err));
-        }
-        text.append(buf, static_cast<size_t>(n));
+    try {
+        std::string text = read_rest(fd, file);
+        close(fd);
+        return text;
+    } catch (...) {
+        close(fd);
+        throw;
     }
-    close(fd);
-    return text;
 }
 
 // The line a message of the interpreter names ("FILE:LINE: ..."), whole
@@ -309,6 +300,23 @@ const std::vector<script_model::value_set> &script_model::sets_of(std::string_vi
     }
     auto it = sets_.find(name);
     return it == sets_.end() ? none : it->second;
+}
+
+std::string read_rest(int fd, const std::string &what)
+{
+    std::string text;
+    char buf[65536];
+    for (;;) {
+        const ssize_t n = read(fd, buf, sizeof buf);
+        if (n == 0)
+            return text;
+        if (n < 0) {
+            if (errno == EINTR)
+                continue;
+            throw io_error("cannot read " + what + ": " + strerror(errno));
+        }
+        text.append(buf, static_cast<size_t>(n));
+    }
 }
 
 script_model load_model(const std::string &file, const load_options &opt)

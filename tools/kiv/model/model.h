@@ -153,6 +153,10 @@ struct load_options {
     int log_level = 1; // the library's level at the start of the load
 };
 
+// The rest of what file descriptor fd gives, to its end.  Throws io_error
+// ("cannot read WHAT: reason") when a read fails.
+std::string read_rest(int fd, const std::string &what);
+
 // Reads the file once and loads it once.  Throws io_error (common.h) when
 // the file cannot be read.
 script_model load_model(const std::string &file, const load_options &opt = {});
