@@ -16,7 +16,7 @@ valgrind --tool=callgrind --callgrind-out-file="$out" \
 printf "%-16s %15s %15s %8s\n" case case_Ir base_Ir ratio
 callgrind_annotate --inclusive=yes --threshold=100 "$out" 2>/dev/null |
     awk '
-    match($0, /:(case|base)_[a-z_]+ \[/) {
+    match($0, /:(case|base)_[a-z0-9_]+ \[/) {
         fn = substr($0, RSTART + 1, RLENGTH - 3)
         n = $1; gsub(",", "", n)
         kind = substr(fn, 1, 4); name = substr(fn, 6)

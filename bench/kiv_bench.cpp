@@ -242,6 +242,18 @@ KIV_BENCH_FN base_deployed_load()
     stock_run(DEPLOYED);
 }
 
+// The same load at log level 0, functions of their own so that callgrind
+// tells the two levels apart.
+KIV_BENCH_FN case_deployed_level0()
+{
+    benchmark::DoNotOptimize(kiv_get_multi_chan_cfg(DEPLOYED.c_str(), &g_cfg));
+}
+
+KIV_BENCH_FN base_deployed_level0()
+{
+    stock_run(DEPLOYED);
+}
+
 KIV_BENCH_FN case_minimal_load()
 {
     benchmark::DoNotOptimize(kiv_get_multi_chan_cfg(MINIMAL.c_str(), &g_cfg));
@@ -331,7 +343,7 @@ void BM_deployed_load_level1(benchmark::State &st)
 
 void BM_deployed_load_level0(benchmark::State &st)
 {
-    pair(st, case_deployed_load, base_deployed_load, 0);
+    pair(st, case_deployed_level0, base_deployed_level0, 0);
 }
 
 void BM_minimal_load(benchmark::State &st)
@@ -819,7 +831,7 @@ int main(int argc, char **argv)
 {
     bool tty = isatty(STDOUT_FILENO);
     setvbuf(stdout, nullptr, _IOFBF, BUFSIZ);
-    g_targets["BM_deployed_load_level1"] = 1.10;
+    g_targets["BM_deployed_load_level1"] = 1.05;
     g_targets["BM_deployed_load_level0"] = 1.00;
     g_targets["BM_calib_size_and_load"] = 1.00;
     g_targets["BM_full_dump"] = 0.25;

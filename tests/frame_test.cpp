@@ -240,7 +240,7 @@ TEST(Pool, MovesReuseAndLimits)
     char *b = static_cast<char *>(kiv_pool_realloc(&p, nullptr, 0, 5));
     memcpy(b, "abcde", 5);
     size_t held = 5;
-    for (size_t n : {1, 16, 17, 100, 512, 513, 4000, 300, 48, 2}) {
+    for (size_t n : {1, 16, 17, 100, 512, 513, 4000, 8192, 8193, 20000, 1024, 300, 48, 2}) {
         b = static_cast<char *>(kiv_pool_realloc(&p, b, held, n));
         ASSERT_NE(b, nullptr) << n;
         EXPECT_EQ(memcmp(b, "abcde", std::min<size_t>({n, held, 5})), 0) << n;
@@ -259,6 +259,29 @@ TEST(Pool, MovesReuseAndLimits)
     EXPECT_LE(blocks.size() * 512, 64u * 1024);
     EXPECT_NE(kiv_pool_realloc(&p, blocks.back(), 512, 16), nullptr);
     kiv_pool_release(&p);
+}
+
+// A pool given the caller's memory as its first slab carves blocks of every
+// pooled class from it before it asks the C library, and leaves it alone
+// when released; the next slab comes from the C library.
+TEST(Pool, CallersFirstSlab)
+{
+    alignas(16) static char mine[16384];
+    kiv_pool p;
+    kiv_pool_init(&p, 1 << 20, mine, sizeof mine);
+    std::vector<std::pair<void *, size_t>> blocks;
+    for (size_t n : {24, 600, 1500, 3000, 7000})
+        blocks.push_back({kiv_pool_realloc(&p, nullptr, 0, n), n});
+    for (auto [b, n] : blocks) {
+        EXPECT_GE(static_cast<char *>(b), mine) << n;
+        EXPECT_LE(static_cast<char *>(b) + n, mine + sizeof mine) << n;
+    }
+    EXPECT_EQ(p.heap_calls, 0u);
+    void *more = kiv_pool_realloc(&p, nullptr, 0, 8000);
+    ASSERT_NE(more, nullptr);
+    EXPECT_EQ(p.heap_calls, 1u);
+    kiv_pool_release(&p);
+    EXPECT_EQ(p.heap_calls, 2u); // the C library's slab, not the caller's
 }
 
 namespace
@@ -307,6 +330,61 @@ std::string nested(const nest &n, int depth)
     return s + "\n";
 }
 
+// A painted stack of `size` bytes with a guard page below it: loads run on
+// it one at a time, and each tells how much of it the load used.
+class painted_stack
+{
+  public:
+    explicit painted_stack(size_t size) : size_(size)
+    {
+        mem_ = static_cast<char *>(mmap(nullptr, size_ + page_, PROT_READ | PROT_WRITE,
+                                        MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+        if (mem_ == MAP_FAILED || mprotect(mem_, page_, PROT_NONE) != 0)
+            mem_ = nullptr;
+    }
+    ~painted_stack()
+    {
+        if (mem_)
+            munmap(mem_, size_ + page_);
+    }
+    painted_stack(const painted_stack &) = delete;
+    painted_stack &operator=(const painted_stack &) = delete;
+    bool ok() const { return mem_ != nullptr; }
+
+    // Loads `path` on the stack; the bytes of it the load used.
+    size_t load(const std::string &path, load_result *got)
+    {
+        static const std::string *s_path;
+        static load_result *s_got;
+        static ucontext_t caller, callee;
+        s_path = &path;
+        s_got = got;
+        memset(mem_ + page_, 0xA5, size_);
+        getcontext(&callee);
+        callee.uc_stack.ss_sp = mem_ + page_;
+        callee.uc_stack.ss_size = size_;
+        callee.uc_link = &caller;
+        makecontext(
+            &callee,
+            [] {
+                kiv_multi_chan_cfg cfg;
+                s_got->log =
+                    masked([&] { s_got->ret = kiv_get_multi_chan_cfg(s_path->c_str(), &cfg); });
+            },
+            0);
+        swapcontext(&caller, &callee);
+        size_t untouched = 0;
+        while (untouched < size_ && mem_[page_ + untouched] == static_cast<char>(0xA5))
+            ++untouched;
+        return size_ - untouched;
+    }
+
+  private:
+    size_t size_;
+    size_t page_ = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+    char *mem_;
+};
+
 } // namespace
 
 // Every shape at its deepest, and one level deeper (refused by the parser),
@@ -317,41 +395,41 @@ TEST_F(Bounds, DeepestNestingLoadsOnTheStatedStack)
 #if defined(__SANITIZE_ADDRESS__)
     GTEST_SKIP() << "AddressSanitizer's stack frames are several times larger";
 #endif
-    const size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
-    char *mem = static_cast<char *>(mmap(nullptr, LOAD_STACK + page, PROT_READ | PROT_WRITE,
-                                         MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
-    ASSERT_NE(mem, MAP_FAILED);
-    ASSERT_EQ(mprotect(mem, page, PROT_NONE), 0);
-    static std::string path;
-    static load_result got;
-    static ucontext_t caller, callee;
+    painted_stack stack(LOAD_STACK);
+    ASSERT_TRUE(stack.ok());
     size_t most = 0;
     for (const nest &n : NESTS) {
         for (int depth : {n.deepest, n.deepest + 1}) {
-            path = script(nested(n, depth));
-            memset(mem + page, 0xA5, LOAD_STACK);
-            ASSERT_EQ(getcontext(&callee), 0);
-            callee.uc_stack.ss_sp = mem + page;
-            callee.uc_stack.ss_size = LOAD_STACK;
-            callee.uc_link = &caller;
-            makecontext(
-                &callee,
-                [] {
-                    kiv_multi_chan_cfg cfg;
-                    got.log = masked([&] { got.ret = kiv_get_multi_chan_cfg(path.c_str(), &cfg); });
-                },
-                0);
-            ASSERT_EQ(swapcontext(&caller, &callee), 0);
-            size_t untouched = 0;
-            while (untouched < LOAD_STACK && mem[page + untouched] == static_cast<char>(0xA5))
-                ++untouched;
-            const size_t used = LOAD_STACK - untouched;
+            load_result got;
+            const size_t used = stack.load(script(nested(n, depth)), &got);
             most = std::max(most, used);
             const bool refused = got.log.find("too many") != std::string::npos;
             EXPECT_EQ(refused, depth > n.deepest) << n.name << " " << depth << ": " << got.log;
             printf("%-22s %3d levels: %5.1f KiB\n", n.name, depth, used / 1024.0);
         }
     }
-    munmap(mem, LOAD_STACK + page);
     printf("most: %.1f KiB of %zu KiB\n", most / 1024.0, LOAD_STACK / 1024);
+}
+
+// Scripts written without deep nesting load on a 32 KiB thread stack (the
+// docs promise it): every shipped multi-channel example, and the benchmark's
+// deployed configuration, at the log level that prints the most.
+TEST_F(Bounds, OrdinaryScriptsLoadOnA32KiBStack)
+{
+#if defined(__SANITIZE_ADDRESS__)
+    GTEST_SKIP() << "AddressSanitizer's stack frames are several times larger";
+#endif
+    painted_stack stack(32 * 1024);
+    ASSERT_TRUE(stack.ok());
+    kiv_set_log_level(3);
+    for (const char *name :
+         {"/examples/single_1080p.lua", "/examples/three_channel_4k.lua",
+          "/examples/two_channel_encode_preview.lua", "/examples/hdr_virtual_mode.lua",
+          "/bench/deployed_three_channel.lua"}) {
+        load_result got;
+        const size_t used = stack.load(KIV_SOURCE_DIR + std::string(name), &got);
+        EXPECT_EQ(got.ret, 0) << name << ": " << got.log;
+        printf("%-40s %5.1f KiB\n", name, used / 1024.0);
+    }
+    kiv_set_log_level(1);
 }

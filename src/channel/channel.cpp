@@ -174,7 +174,7 @@ int32_t kiv_get_img_stats_src_chan_id(lua_State *L, kiv_channel_cfg *chan)
     }
     for (int i = 0; i < KIV_MAX_CHAN; ++i) {
         char name[32];
-        snprintf(name, sizeof name, "chan_%d", i);
+        kiv_format_name(name, sizeof name, "chan_", i);
         if (strncmp(value, name, sizeof name) == 0) {
             chan->img_stats_src_chan = static_cast<uint8_t>(i);
             return 0;

@@ -72,7 +72,7 @@ int32_t kiv_get_src_buf_passes(lua_State *L, kiv_channel_cfg *chan)
     // parse_src_buffer_cfg refuses it before touching any buffer.
     for (int32_t p = 1;; ++p) {
         char name[32];
-        snprintf(name, sizeof name, "pass_%d", p);
+        kiv_format_name(name, sizeof name, "pass_", p);
         if (!kiv_enter_str(L, name)) {
             KIV_ERR(FN, "item(%s) doesn't exist!\n", name);
             return -2;

@@ -74,6 +74,16 @@ void kiv_use_views(kiv_views *views)
 {
     t_views = views;
     t_depth = 0;
+    if (views) {
+        for (kiv_table_view &v : views->at)
+            v.table = nullptr;
+        views->prefix_fn = nullptr;
+    }
+}
+
+kiv_views *kiv_views_in_use(void)
+{
+    return t_views;
 }
 
 static uint32_t hash_of(const char *s, size_t n)
@@ -83,84 +93,157 @@ static uint32_t hash_of(const char *s, size_t n)
 
 static constexpr uint32_t VIEW_MASK = KIV_VIEW_SLOTS - 1;
 
-// Walks the table on top (whose address is t) into v; false when it has more
-// string keys than a view holds.
-static bool build(lua_State *L, kiv_table_view &v, const void *t)
+// Walks the table on top (whose address is t) into the view of depth d;
+// false when it has more string keys than a view holds.  A value that is a
+// table goes to the keeping table, after those of the views above it; the
+// views below are made again when next asked, since their kept values may
+// have been overwritten; so do its entries, among the views' shared ones.
+// (A view above may be left from a table read earlier at that depth: its
+// values and entries stay, so nothing in use is lost.)
+static bool build(lua_State *L, kiv_views *vs, int d, const void *t)
 {
+    kiv_table_view &v = vs->at[d];
     v.table = t;
     v.overflow = false;
-    memset(v.keys, 0, sizeof v.keys);
+    memset(v.slot, 0, sizeof v.slot);
+    for (int below = d + 1; below < KIV_VIEW_DEPTH; ++below)
+        vs->at[below].table = nullptr;
+    // The views above that are made keep their values below these: the
+    // nearest made one ends where this one starts.
+    int32_t kept = 0;
+    uint32_t first = 0;
+    for (int above = d - 1; above >= 0; --above) {
+        if (vs->at[above].table) {
+            kept = vs->at[above].kept_end;
+            first = vs->at[above].entries_end;
+            break;
+        }
+    }
+    v.at = vs->entries + first;
+    const uint32_t most =
+        KIV_VIEW_ENTRIES - first < KIV_VIEW_KEYS ? KIV_VIEW_ENTRIES - first : KIV_VIEW_KEYS;
+    v.entries_end = static_cast<uint16_t>(first);
     uint32_t n = 0;
     lua_pushnil(L);
     while (lua_next(L, -2) != 0) {
         size_t len = 0;
         const char *k = lua_type(L, -2) == LUA_TSTRING ? lua_tolstring(L, -2, &len) : nullptr;
         const int type = lua_type(L, -1);
+        size_t str_len = 0;
+        const char *str = type == LUA_TSTRING ? lua_tolstring(L, -1, &str_len) : nullptr;
         // The key is hashed and the value converted: both scan their text.
-        size_t scanned = len + (type == LUA_TSTRING ? lua_rawlen(L, -1) : 0);
-        kiv_run_spend(L,
-                      KIV_READ_COST + static_cast<int64_t>(scanned / KIV_CONVERT_BYTES_PER_UNIT));
-        if (k && len <= UINT16_MAX) {
-            if (n++ == KIV_VIEW_KEYS) {
-                lua_settop(L, -3);
-                v.overflow = true;
-                return false;
-            }
-            uint32_t h = hash_of(k, len), i = h & VIEW_MASK;
-            while (v.keys[i])
-                i = (i + 1) & VIEW_MASK;
+        kiv_run_spend(L, KIV_READ_COST +
+                             static_cast<int64_t>((len + str_len) / KIV_CONVERT_BYTES_PER_UNIT));
+        if (!k || len > UINT16_MAX) {
+            lua_settop(L, -2);
+            continue;
+        }
+        if (n == most) {
+            lua_settop(L, -3);
+            v.overflow = true;
+            v.kept_end = kept;
+            return false;
+        }
+        kiv_view_entry &e = v.at[n++];
+        uint32_t h = hash_of(k, len), i = h & VIEW_MASK;
+        while (v.slot[i])
+            i = (i + 1) & VIEW_MASK;
+        v.slot[i] = static_cast<uint8_t>(n);
+        e.key = k;
+        e.hash = h;
+        e.len = static_cast<uint16_t>(len);
+        e.type = static_cast<uint8_t>(type);
+        e.ival = 0;
+        // A string is converted only when asked for as an integer (rarely).
+        if (type == LUA_TNUMBER) {
             int isnum = 0;
-            lua_Integer iv =
-                type == LUA_TNUMBER || type == LUA_TSTRING ? lua_tointegerx(L, -1, &isnum) : 0;
-            v.keys[i] = k;
-            v.hashes[i] = h;
-            v.lens[i] = static_cast<uint16_t>(len);
-            v.types[i] = static_cast<uint8_t>(type);
-            v.ivals[i] = isnum ? static_cast<int32_t>(static_cast<uint32_t>(iv)) : 0;
+            lua_Integer iv = lua_tointegerx(L, -1, &isnum);
+            if (isnum)
+                e.ival = static_cast<int32_t>(static_cast<uint32_t>(iv));
+        }
+        if (str) {
+            e.str = str;
+            e.str_len = static_cast<uint32_t>(str_len);
+        } else if (type == LUA_TTABLE && vs->keep) {
+            e.kept = ++kept;
+            lua_rawseti(L, vs->keep, kept); // pops the value
+            continue;
+        } else {
+            e.kept = 0;
         }
         lua_settop(L, -2);
     }
+    v.kept_end = kept;
+    v.entries_end = static_cast<uint16_t>(first + n);
     return true;
 }
 
 const kiv_table_view *kiv_view_top(lua_State *L)
 {
     kiv_views *vs = t_views;
-    if (!vs || t_watcher || static_cast<unsigned>(t_depth) >= KIV_VIEW_DEPTH ||
-        lua_type(L, -1) != LUA_TTABLE)
+    if (!vs || t_watcher || static_cast<unsigned>(t_depth) >= KIV_VIEW_DEPTH)
+        return nullptr;
+    if (lua_type(L, -1) != LUA_TTABLE)
         return nullptr;
     kiv_table_view &v = vs->at[t_depth];
     const void *t = lua_topointer(L, -1);
-    if ((v.table != t && !build(L, v, t)) || v.overflow)
+    if ((v.table != t && !build(L, vs, t_depth, t)) || v.overflow)
         return nullptr;
     return &v;
 }
 
-int kiv_view_find(lua_State *L, const kiv_table_view *v, const char *name, size_t n, uint32_t h,
-                  int32_t *ival)
+const kiv_view_entry *kiv_view_find(lua_State *L, const kiv_table_view *v, const char *name,
+                                    size_t n, uint32_t h)
 {
     kiv_run_spend(L, KIV_READ_COST);
     for (uint32_t i = h & VIEW_MASK;; i = (i + 1) & VIEW_MASK) {
-        const char *k = v->keys[i];
-        if (!k)
-            return LUA_TNIL;
-        if (v->hashes[i] == h && v->lens[i] == n && memcmp(k, name, n) == 0) {
-            *ival = v->ivals[i];
-            return v->types[i];
-        }
+        const uint8_t s = v->slot[i];
+        if (!s)
+            return nullptr;
+        const kiv_view_entry &e = v->at[s - 1];
+        if (e.hash == h && e.len == n && memcmp(e.key, name, n) == 0)
+            return &e;
     }
 }
 
-// What the view of the table on top says of field `name`: -1 when there is
-// no view to ask, otherwise the value's type (LUA_TNIL: absent) with *ival
-// its integer conversion.  An answer counts as one table access.
-static int view_probe(lua_State *L, const char *name, int32_t *ival)
+int32_t kiv_view_integer(lua_State *L, const kiv_view_entry *e)
+{
+    if (e->type != LUA_TSTRING)
+        return e->ival;
+    // What lua_tointegerx makes of the string: its text (all of it, so no
+    // embedded NUL) as a number, then that number as an integer.
+    int32_t v = 0;
+    if (!lua_checkstack(L, 1))
+        return v;
+    const size_t sz = lua_stringtonumber(L, e->str);
+    if (sz != 0) {
+        int isnum = 0;
+        lua_Integer iv = lua_tointegerx(L, -1, &isnum);
+        if (isnum && sz == static_cast<size_t>(e->str_len) + 1)
+            v = static_cast<int32_t>(static_cast<uint32_t>(iv));
+        lua_settop(L, -2);
+    }
+    return v;
+}
+
+// The view of the table on top, when there is one to ask: *e is then the
+// entry of field `name` (null: absent), counted as one table access.
+static bool view_probe(lua_State *L, const char *name, const kiv_view_entry **e)
 {
     const kiv_table_view *v = kiv_view_top(L);
     if (!v)
-        return -1;
+        return false;
     const size_t n = strlen(name);
-    return kiv_view_find(L, v, name, n, hash_of(name, n), ival);
+    *e = kiv_view_find(L, v, name, n, hash_of(name, n));
+    return true;
+}
+
+// Pushes the table of entry e (kept when its view was made), counted as the
+// lookup by name it replaces.
+static void push_kept(lua_State *L, const kiv_view_entry *e)
+{
+    kiv_run_spend(L, KIV_READ_COST);
+    lua_rawgeti(L, t_views->keep, e->kept);
 }
 
 // Pushes field `name` of the table on top, or nil when the top is no table.
@@ -241,14 +324,13 @@ static int32_t pop_string(lua_State *L, char *buf, size_t cap)
 
 int32_t kiv_is_item_exist_str(lua_State *L, const char *name)
 {
-    int32_t unused;
-    int t = view_probe(L, name, &unused);
-    if (t >= 0) {
-        if (t == LUA_TNIL)
+    const kiv_view_entry *e;
+    if (view_probe(L, name, &e)) {
+        if (!e)
             log_missing_str(name);
-        return t != LUA_TNIL;
+        return e != nullptr;
     }
-    t = push_field(L, name);
+    int t = push_field(L, name);
     watch(L, name, -1, KIV_WANT_ANY);
     lua_settop(L, -2);
     if (t == LUA_TNIL) {
@@ -274,14 +356,16 @@ int32_t kiv_is_item_exist_int(lua_State *L, int32_t index)
 // second lookup of the same key would find the same value.
 int32_t kiv_get_integer_item_str(lua_State *L, const char *name, int32_t *value)
 {
-    int t = view_probe(L, name, value);
-    if (t >= 0) {
-        if (t != LUA_TNIL)
+    const kiv_view_entry *e;
+    if (view_probe(L, name, &e)) {
+        if (e) {
+            *value = kiv_view_integer(L, e);
             return 0;
+        }
         log_missing_str(name);
         return -2;
     }
-    t = push_field(L, name);
+    int t = push_field(L, name);
     watch(L, name, -1, KIV_WANT_INTEGER);
     if (t == LUA_TNIL) {
         lua_settop(L, -2);
@@ -294,14 +378,23 @@ int32_t kiv_get_integer_item_str(lua_State *L, const char *name, int32_t *value)
 
 int32_t kiv_get_string_item_str(lua_State *L, const char *name, char *buf, size_t cap)
 {
-    // A present string or number is copied from the table itself.
-    int32_t unused;
-    int t = view_probe(L, name, &unused);
-    if (t >= 0 && t != LUA_TSTRING && t != LUA_TNUMBER) {
-        log_missing_str(name);
-        return -2;
+    // A string is copied from the view, a number converted from the table
+    // itself; both count as the lookup by name after the view's.
+    const kiv_view_entry *e;
+    if (view_probe(L, name, &e)) {
+        if (!e || (e->type != LUA_TSTRING && e->type != LUA_TNUMBER) || cap == 0) {
+            log_missing_str(name);
+            return -2;
+        }
+        if (e->type == LUA_TSTRING) {
+            kiv_run_spend(L, KIV_READ_COST);
+            size_t n = strnlen(e->str, e->str_len < cap - 1 ? e->str_len : cap - 1);
+            memcpy(buf, e->str, n);
+            buf[n] = '\0';
+            return 0;
+        }
     }
-    t = push_field(L, name);
+    int t = push_field(L, name);
     watch(L, name, -1, KIV_WANT_STRING);
     if (t == LUA_TNIL)
         lua_settop(L, -2);
@@ -350,31 +443,33 @@ int32_t kiv_get_array_item_num(lua_State *L)
     return n;
 }
 
-// Pushes the array field `name` when it is a table; otherwise logs the
-// existence check's line and pushes nothing.
-// Whether the view says field `name` is no table, which is then handled as
-// missing (nothing pushed, the existence check's line logged).
-static bool no_table(lua_State *L, const char *name)
+// Pushes field `name` when it is a table and returns true; otherwise logs
+// the existence check's line and pushes nothing.
+static bool push_table(lua_State *L, const char *name, kiv_want want)
 {
-    int32_t unused;
-    int t = view_probe(L, name, &unused);
-    if (t < 0 || t == LUA_TTABLE)
-        return false;
-    log_missing_str(name);
-    return true;
-}
-
-static bool enter_array(lua_State *L, const char *name)
-{
-    if (no_table(L, name))
-        return false;
+    const kiv_view_entry *e;
+    if (view_probe(L, name, &e)) {
+        if (!e || e->type != LUA_TTABLE) {
+            log_missing_str(name);
+            return false;
+        }
+        if (e->kept) {
+            push_kept(L, e);
+            return true;
+        }
+    }
     int t = push_field(L, name);
-    watch(L, name, -1, KIV_WANT_ARRAY);
+    watch(L, name, -1, want);
     if (t == LUA_TTABLE)
         return true;
     lua_settop(L, -2);
     log_missing_str(name);
     return false;
+}
+
+static bool enter_array(lua_State *L, const char *name)
+{
+    return push_table(L, name, KIV_WANT_ARRAY);
 }
 
 int32_t kiv_get_array_item_num_str(lua_State *L, const char *name)
@@ -468,15 +563,7 @@ static int32_t entered(lua_State *L)
 
 int32_t kiv_enter_str(lua_State *L, const char *name)
 {
-    if (no_table(L, name))
-        return 0;
-    int t = push_field(L, name);
-    watch(L, name, -1, KIV_WANT_TABLE);
-    if (t == LUA_TTABLE)
-        return entered(L);
-    lua_settop(L, -2);
-    log_missing_str(name);
-    return 0;
+    return push_table(L, name, KIV_WANT_TABLE) ? entered(L) : 0;
 }
 
 int32_t kiv_enter_int(lua_State *L, int32_t index)

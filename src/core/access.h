@@ -16,6 +16,7 @@
 #include <stdint.h>
 
 #include <lua.h>
+#include <type_traits>
 
 // 1 if field `name` of the table on top exists (is not nil), else 0.
 int32_t kiv_is_item_exist_str(lua_State *L, const char *name);
@@ -113,35 +114,69 @@ void kiv_note_unread(const char *const *keys, size_t n);
 
 // Views of the tables being read (see access.cpp): the run frame gives one
 // set to the reading step and takes it back after.  A view holds a table of
-// up to KIV_VIEW_KEYS string keys; tables entered deeper than
-// KIV_VIEW_DEPTH are looked up directly.
+// up to KIV_VIEW_KEYS string keys, and the views of the tables entered one
+// in another hold KIV_VIEW_ENTRIES together; a table beyond either, or
+// entered deeper than KIV_VIEW_DEPTH, is looked up directly.
 #define KIV_VIEW_SLOTS 128
 #define KIV_VIEW_KEYS 96
+#define KIV_VIEW_ENTRIES 192
 #define KIV_VIEW_DEPTH 6
+// One string key of a viewed table and what its value is.
+struct kiv_view_entry {
+    const char *key; // the key's bytes (held by the table)
+    union {
+        const char *str; // LUA_TSTRING: the value's bytes (held by the table)
+        int32_t kept;    // LUA_TTABLE: its index in the views' keeping table
+    };
+    uint32_t hash;
+    int32_t ival;     // a number's integer conversion (kiv_view_integer)
+    uint32_t str_len; // LUA_TSTRING: the value's length
+    uint16_t len;     // the key's length
+    uint8_t type;     // the value's type
+};
 struct kiv_table_view {
-    const void *table; // lua_topointer of the table viewed
-    bool overflow;     // more string keys than a view holds
-    const char *keys[KIV_VIEW_SLOTS];
-    uint32_t hashes[KIV_VIEW_SLOTS];
-    int32_t ivals[KIV_VIEW_SLOTS]; // as kiv_get_integer_item_str converts
-    uint16_t lens[KIV_VIEW_SLOTS];
-    uint8_t types[KIV_VIEW_SLOTS];
+    const void *table;            // lua_topointer of the table viewed
+    bool overflow;                // more string keys than a view holds
+    uint8_t slot[KIV_VIEW_SLOTS]; // open addressing: entry index + 1, 0 empty
+    int32_t kept_end;             // the keeping table's indexes this view uses end here
+    uint16_t entries_end;         // the shared entries this view uses end here
+    kiv_view_entry *at;           // its entries, among the shared ones
 };
 struct kiv_views {
     kiv_table_view at[KIV_VIEW_DEPTH];
+    kiv_view_entry entries[KIV_VIEW_ENTRIES];
+    // Stack index of the keeping table: the table values of the viewed
+    // tables, stored there as each view is made so that entering one costs
+    // an integer lookup instead of a lookup by name.  0: none is kept.
+    int keep;
+    // The absent-key WARN line's prefix (keys.cpp) of the function it was
+    // made for last: made once per function and run, not per table.
+    const char *prefix_fn;
+    size_t prefix_len;
+    char prefix[96];
 };
-// Null: every lookup goes to the table.
+// Null: every lookup goes to the table.  The views start empty.
 void kiv_use_views(kiv_views *views);
+// The views in use on this thread, or null.
+kiv_views *kiv_views_in_use(void);
 
 // The hash a view keeps of a key name of n bytes; constexpr, so that a key
-// table has its names' hashes from the compiler.
+// table has its names' hashes from the compiler.  At run time the words are
+// loaded whole (the same little-endian value the compiler assembles).
 constexpr uint32_t kiv_name_hash(const char *s, size_t n)
 {
     uint64_t h = (n + 1) * 0x9E3779B97F4A7C15ull;
     for (; n >= 8; s += 8, n -= 8) {
         uint64_t w = 0;
-        for (size_t i = 0; i < 8; ++i)
-            w |= static_cast<uint64_t>(static_cast<unsigned char>(s[i])) << (8 * i);
+        if (std::is_constant_evaluated()) {
+            for (size_t i = 0; i < 8; ++i)
+                w |= static_cast<uint64_t>(static_cast<unsigned char>(s[i])) << (8 * i);
+        } else {
+            __builtin_memcpy(&w, s, 8);
+#if __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
+            w = __builtin_bswap64(w);
+#endif
+        }
         h = (h ^ w) * 0xFF51AFD7ED558CCDull;
         h ^= h >> 32;
     }
@@ -165,10 +200,12 @@ constexpr size_t kiv_name_len(const char *s)
 // too deep, too many keys).  It stays valid while the table is on top.
 const kiv_table_view *kiv_view_top(lua_State *L);
 // Field `name` (n bytes, hash h) in view v, counted as one table access:
-// the value's type (LUA_TNIL when absent) and, in *ival, its integer
-// conversion as kiv_get_integer_item_str makes it.
-int kiv_view_find(lua_State *L, const kiv_table_view *v, const char *name, size_t n, uint32_t h,
-                  int32_t *ival);
+// its entry, or null when absent.
+const kiv_view_entry *kiv_view_find(lua_State *L, const kiv_table_view *v, const char *name,
+                                    size_t n, uint32_t h);
+// The integer conversion of entry e's value, as kiv_get_integer_item_str
+// makes it.
+int32_t kiv_view_integer(lua_State *L, const kiv_view_entry *e);
 // The access layer's DEBUG line for an absent field `name`.
 void kiv_log_missing(const char *name);
 

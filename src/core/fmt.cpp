@@ -92,3 +92,22 @@ int kiv_format(char *buf, size_t cap, const char *fmt, va_list ap)
     buf[out.len < out.room ? out.len : out.room] = '\0';
     return out.len > 0x7fffffff ? -1 : static_cast<int>(out.len);
 }
+
+int kiv_format_name(char *buf, size_t cap, const char *prefix, int n)
+{
+    char digits[12];
+    char *d = digits + sizeof digits;
+    unsigned u = n < 0 ? 0u - static_cast<unsigned>(n) : static_cast<unsigned>(n);
+    do
+        *--d = static_cast<char>('0' + u % 10);
+    while ((u /= 10) != 0);
+    if (n < 0)
+        *--d = '-';
+    const size_t plen = strlen(prefix), dlen = static_cast<size_t>(digits + sizeof digits - d);
+    const size_t p = plen < cap - 1 ? plen : cap - 1;
+    const size_t k = dlen < cap - 1 - p ? dlen : cap - 1 - p;
+    memcpy(buf, prefix, p);
+    memcpy(buf + p, d, k);
+    buf[p + k] = '\0';
+    return static_cast<int>(plen + dlen);
+}

@@ -6,13 +6,32 @@
 // The WARN line's prefix for the function a table is read under, made at
 // its first absent key.
 struct absent_prefix {
-    char text[96];
+    const char *text = nullptr;
     size_t len = 0;
+    char own[96];
 };
+
+// Points p at the prefix for fn: the one the views keep (made again only
+// when the function changes), or one made into p.
+static void made_prefix(absent_prefix *p, const char *fn)
+{
+    if (kiv_views *vs = kiv_views_in_use()) {
+        if (vs->prefix_fn != fn) {
+            vs->prefix_len = kiv_absent_prefix(vs->prefix, sizeof vs->prefix, fn, 23);
+            vs->prefix_fn = fn;
+        }
+        p->text = vs->prefix;
+        p->len = vs->prefix_len;
+        return;
+    }
+    p->len = kiv_absent_prefix(p->own, sizeof p->own, fn, 23);
+    p->text = p->own;
+}
 
 // What an absent key does: 0 to store its default, or the result that ends
 // the table's read.
-static int32_t absent(const char *fn, const kiv_key &k, absent_prefix *prefix = nullptr)
+static int32_t absent(const char *fn, const kiv_key &k, absent_prefix *prefix = nullptr,
+                      uint8_t level = kiv_get_log_level())
 {
     switch (k.absent) {
     case KIV_REQUIRED:
@@ -26,11 +45,11 @@ static int32_t absent(const char *fn, const kiv_key &k, absent_prefix *prefix = 
     case KIV_OPTIONAL:
         if (k.absent_text) {
             kiv_log(KIV_LEVEL_WARN, k.absent_text, fn, 21, k.key);
-        } else if (kiv_get_log_level() >= KIV_LEVEL_WARN) {
+        } else if (level >= KIV_LEVEL_WARN) {
             absent_prefix local;
             absent_prefix &p = prefix ? *prefix : local;
             if (p.len == 0)
-                p.len = kiv_absent_prefix(p.text, sizeof p.text, fn, 23);
+                made_prefix(&p, fn);
             kiv_log_absent(p.text, p.len, k.key, k.name_len);
         }
         return 0;
@@ -82,6 +101,9 @@ int32_t kiv_read_keys(lua_State *L, const char *fn, void *rec, const kiv_key *ke
     // the table is on top; array and string keys look it up as they do).
     const kiv_table_view *view = kiv_view_top(L);
     absent_prefix prefix;
+    // The level is tested once for the table: nothing the table's read
+    // does changes it.
+    const uint8_t level = kiv_get_log_level();
     for (size_t i = 0; i < n; ++i) {
         const kiv_key &k = keys[i];
         if (k.elems || k.str) {
@@ -94,8 +116,11 @@ int32_t kiv_read_keys(lua_State *L, const char *fn, void *rec, const kiv_key *ke
         uint32_t v;
         bool given;
         if (view) {
-            given = kiv_view_find(L, view, k.key, k.name_len, k.name_hash, &raw) != LUA_TNIL;
-            if (!given)
+            const kiv_view_entry *e = kiv_view_find(L, view, k.key, k.name_len, k.name_hash);
+            given = e != nullptr;
+            if (given)
+                raw = kiv_view_integer(L, e);
+            else if (level >= KIV_LEVEL_DEBUG)
                 kiv_log_missing(k.key);
         } else {
             given = kiv_get_integer_item_str(L, k.key, &raw) == 0;
@@ -103,7 +128,7 @@ int32_t kiv_read_keys(lua_State *L, const char *fn, void *rec, const kiv_key *ke
         if (given) {
             v = static_cast<uint32_t>(raw);
         } else {
-            int32_t ret = absent(fn, k, &prefix);
+            int32_t ret = absent(fn, k, &prefix, level);
             if (ret != 0)
                 return ret;
             v = k.dflt;

@@ -10,6 +10,8 @@
 #include <stddef.h>
 #include <stdint.h>
 
+#include "core/fmt.h"
+
 enum : uint8_t {
     KIV_LEVEL_ERROR = 0,
     KIV_LEVEL_WARN = 1,

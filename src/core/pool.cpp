@@ -6,7 +6,8 @@
 namespace
 {
 
-constexpr size_t SMALL = KIV_POOL_GRAIN * KIV_POOL_CLASSES; // the largest pooled block
+constexpr size_t SMALL = KIV_POOL_GRAIN * KIV_POOL_SMALL_CLASSES; // the largest 16-byte class
+constexpr size_t POOLED = KIV_POOL_MAX;
 // The first slab holds a new state and a small script; later ones double
 // up to MAX_SLAB.
 constexpr size_t FIRST_SLAB = 16 * 1024;
@@ -18,14 +19,19 @@ struct slab {
 };
 constexpr size_t HEADER = (sizeof(slab) + KIV_POOL_GRAIN - 1) & ~size_t{KIV_POOL_GRAIN - 1};
 
-size_t class_of(size_t n) // n in 1 .. SMALL
+size_t class_of(size_t n) // n in 1 .. POOLED
 {
-    return (n - 1) / KIV_POOL_GRAIN;
+    if (n <= SMALL)
+        return (n - 1) / KIV_POOL_GRAIN;
+    // 513 .. 1024 -> 32, .. 2048 -> 33, .. 4096 -> 34, .. 8192 -> 35: the
+    // bit width of n - 1 (10 to 13) less 10.
+    return KIV_POOL_SMALL_CLASSES + static_cast<size_t>(64 - __builtin_clzll(n - 1)) - 10;
 }
 
 size_t class_size(size_t c)
 {
-    return (c + 1) * KIV_POOL_GRAIN;
+    return c < KIV_POOL_SMALL_CLASSES ? (c + 1) * KIV_POOL_GRAIN
+                                      : size_t{1024} << (c - KIV_POOL_SMALL_CLASSES);
 }
 
 void push_free(kiv_pool *p, void *b, size_t c)
@@ -104,11 +110,23 @@ void big_free(kiv_pool *p, void *ptr)
 
 } // namespace
 
-void kiv_pool_init(kiv_pool *p, size_t slab_limit)
+void kiv_pool_init(kiv_pool *p, size_t slab_limit, void *first, size_t first_size)
 {
     memset(p, 0, sizeof *p);
     p->slab_limit = slab_limit;
     p->next_slab = FIRST_SLAB;
+    if (first && first_size > HEADER) {
+        slab *s = static_cast<slab *>(first);
+        s->next = nullptr;
+        s->size = first_size;
+        p->slabs = p->first = s;
+        p->slab_bytes = first_size;
+        // The next slab doubles the caller's.
+        p->next_slab = first_size * 2 < MAX_SLAB ? first_size * 2 : MAX_SLAB;
+        p->bump = reinterpret_cast<char *>(s) + HEADER;
+        p->bump_end = reinterpret_cast<char *>(s) + first_size;
+        KIV_POISON(p->bump, first_size - HEADER);
+    }
 }
 
 void kiv_pool_release(kiv_pool *p)
@@ -116,46 +134,48 @@ void kiv_pool_release(kiv_pool *p)
     for (slab *s = static_cast<slab *>(p->slabs); s;) {
         slab *next = s->next;
         KIV_UNPOISON(s, s->size);
-        free(s);
-        ++p->heap_calls;
+        if (s != p->first) {
+            free(s);
+            ++p->heap_calls;
+        }
         s = next;
     }
     p->slabs = nullptr;
 }
 
-// A block is pooled when the size Lua gave it is at most SMALL: Lua passes
+// A block is pooled when the size Lua gave it is at most POOLED: Lua passes
 // that size back (osize) with every later call, so the size tells where the
 // block came from.  A block therefore moves whenever its size crosses
-// SMALL, and a block that shrinks always finds a place.
+// POOLED, and a block that shrinks always finds a place.
 void *kiv_pool_realloc(kiv_pool *p, void *ptr, size_t osize, size_t nsize)
 {
     if (!ptr) {
         if (nsize == 0)
             return nullptr;
-        return nsize <= SMALL ? small_alloc(p, class_of(nsize)) : big_alloc(p, nullptr, nsize);
+        return nsize <= POOLED ? small_alloc(p, class_of(nsize)) : big_alloc(p, nullptr, nsize);
     }
     if (nsize == 0) {
-        if (osize <= SMALL)
+        if (osize <= POOLED)
             push_free(p, ptr, class_of(osize));
         else
             big_free(p, ptr);
         return nullptr;
     }
     const bool shrink = nsize < osize;
-    if (osize > SMALL && nsize > SMALL)
+    if (osize > POOLED && nsize > POOLED)
         return big_alloc(p, ptr, nsize);
-    if (osize <= SMALL && nsize <= SMALL && class_of(osize) == class_of(nsize))
+    if (osize <= POOLED && nsize <= POOLED && class_of(osize) == class_of(nsize))
         return ptr;
     void *b =
-        nsize <= SMALL ? small_alloc(p, class_of(nsize), shrink) : big_alloc(p, nullptr, nsize);
+        nsize <= POOLED ? small_alloc(p, class_of(nsize), shrink) : big_alloc(p, nullptr, nsize);
     if (!b) {
         // Only a pooled block shrinking within the pool gets here, when even
         // a forced slab cannot be had: it stays where it is, larger than it
         // needs to be (it is freed into the smaller class).
-        return shrink && osize <= SMALL ? ptr : nullptr;
+        return shrink && osize <= POOLED ? ptr : nullptr;
     }
     memcpy(b, ptr, shrink ? nsize : osize);
-    if (osize <= SMALL)
+    if (osize <= POOLED)
         push_free(p, ptr, class_of(osize));
     else
         big_free(p, ptr);

@@ -1,8 +1,11 @@
-// The memory of one short-lived Lua state.  Blocks of up to 512 bytes (most
-// of what Lua allocates: strings, tables, closures, small arrays) come from
-// a few large slabs, in 32 size classes of 16 bytes, each class with a list
-// of the blocks freed; larger blocks come from the C library.  A state lives
-// for one call, so its slabs are released all at once when it closes.
+// The memory of one short-lived Lua state.  Blocks of up to 8 KiB (all that
+// Lua allocates for a configuration but the largest arrays of the largest
+// scripts) come from a few large slabs: up to 512 bytes in 32 size classes
+// of 16 bytes (strings, tables, closures, small arrays), then in four
+// classes of 1, 2, 4 and 8 KiB (the string table, the stack, the parser's
+// buffers, larger hash parts), each class with a list of the blocks freed;
+// larger blocks come from the C library.  A state lives for one call, so
+// its slabs are released all at once when it closes.
 //
 // Freed blocks are reused within their class (and, when no slab may be
 // added, by any smaller class), so a script that makes garbage as it runs
@@ -23,13 +26,16 @@
 #endif
 
 #define KIV_POOL_GRAIN 16
-#define KIV_POOL_CLASSES 32 // blocks of 16, 32, ... 512 bytes
+#define KIV_POOL_SMALL_CLASSES 32 // blocks of 16, 32, ... 512 bytes
+#define KIV_POOL_CLASSES 36       // then 1, 2, 4 and 8 KiB
+#define KIV_POOL_MAX 8192         // the largest pooled block
 
 struct kiv_pool {
     void *free_list[KIV_POOL_CLASSES];
     char *bump;
     char *bump_end;
     void *slabs;         // every slab, for the release
+    void *first;         // the caller's slab, or null
     size_t slab_bytes;   // in all slabs
     size_t slab_limit;   // no slab is added past this
     size_t next_slab;    // the size of the next slab
@@ -38,8 +44,13 @@ struct kiv_pool {
 
 // `slab_limit`: the most slab memory the pool may take (the state's memory
 // bound and then some: a pool fragmented past it refuses to grow).
-void kiv_pool_init(kiv_pool *p, size_t slab_limit);
-// Frees every slab; the blocks from the C library were freed by the state.
+// `first` (16-byte aligned, `first_size` bytes), when given, is the first
+// slab: memory of the caller's that outlives the state (a buffer on its
+// stack), carved first and never freed, so that a small script's state
+// costs no call to the C library at all.
+void kiv_pool_init(kiv_pool *p, size_t slab_limit, void *first = nullptr, size_t first_size = 0);
+// Frees every slab but the caller's; the blocks from the C library were
+// freed by the state.
 void kiv_pool_release(kiv_pool *p);
 
 // Lua's allocator calls, less the memory bound: nsize 0 frees; returns

@@ -253,7 +253,7 @@ void *bounded_alloc(void *ud, void *ptr, size_t osize, size_t nsize)
     run_frame *f = static_cast<run_frame *>(ud);
     size_t old = ptr ? osize : 0;
     if (nsize == 0) {
-        if (f->at != stage::closing || old > KIV_POOL_GRAIN * KIV_POOL_CLASSES)
+        if (f->at != stage::closing || old > KIV_POOL_MAX)
             kiv_pool_realloc(&f->pool, ptr, old, 0);
         f->mem_used -= old;
         return nullptr;
@@ -430,6 +430,24 @@ int load_script(lua_State *L, run_frame *f)
     return rc;
 }
 
+// Table values the views keep before the keeping table grows: as many as
+// the tables a configuration nests, one level under another, hold.
+constexpr int KIV_KEEP_PRESIZE = 16;
+
+// The reading step, with views of the tables it reads (access.h) and their
+// keeping table under the reader's values.  Out of line, so that the views
+// take no stack while the script is parsed and run.
+__attribute__((noinline)) int32_t read_viewed(lua_State *L, run_frame *f)
+{
+    kiv_views views; // taken back by kiv_run_script, also after a Lua error
+    lua_createtable(L, KIV_KEEP_PRESIZE, 0);
+    views.keep = lua_gettop(L);
+    kiv_use_views(&views);
+    int32_t ret = f->read(L, f->ctx);
+    kiv_use_views(nullptr);
+    return ret;
+}
+
 // Runs in protected mode.  Script errors are caught by the inner call and
 // left as the one result; anything raised while reading ends here too.
 int protected_run(lua_State *L)
@@ -454,12 +472,7 @@ int protected_run(lua_State *L)
     }
     f->at = stage::reading;
     lua_settop(L, 0);
-    kiv_views views; // taken back by kiv_run_script, also after a Lua error
-    for (kiv_table_view &v : views.at)
-        v.table = nullptr;
-    kiv_use_views(&views);
-    f->result = f->read(L, f->ctx);
-    kiv_use_views(nullptr);
+    f->result = read_viewed(L, f);
     return 0;
 }
 
@@ -530,6 +543,18 @@ bool kiv_run_log(const char *text, size_t n)
     return true;
 }
 
+char *kiv_run_log_room(size_t n)
+{
+    run_frame *f = t_frame;
+    if (!f)
+        return nullptr;
+    if (n > sizeof f->log - f->log_len)
+        flush_log(f);
+    char *at = f->log + f->log_len;
+    f->log_len += n;
+    return at;
+}
+
 void kiv_run_spend_log(void)
 {
     if (kiv_meter *m = kiv_t_meter) {
@@ -564,6 +589,8 @@ static int32_t run(const char *fn, const char *path, const char *text, size_t te
                    kiv_read_fn read, void *ctx, int32_t no_state, int32_t failed)
 {
     const int64_t start = now_ns();
+    // The state's first slab (pool.h): a small configuration's whole state.
+    alignas(16) char first_slab[KIV_FIRST_SLAB > 0 ? KIV_FIRST_SLAB : 1];
     run_frame f{};
     f.fn = fn;
     f.path = path;
@@ -585,7 +612,7 @@ static int32_t run(const char *fn, const char *path, const char *text, size_t te
     f.allocs_to_clock = ALLOCS_PER_CLOCK;
     // The slabs may hold twice the bound: only a script that fragments its
     // memory across block sizes that far is refused before the bound.
-    kiv_pool_init(&f.pool, 2 * f.mem_limit + (1u << 20));
+    kiv_pool_init(&f.pool, 2 * f.mem_limit + (1u << 20), first_slab, KIV_FIRST_SLAB);
 
     lua_State *L = lua_newstate(bounded_alloc, &f);
     if (!L) {

@@ -44,6 +44,15 @@
 #define KIV_LUA_STRING_LIMIT 65536u
 #endif
 
+// Stack the call lends its script's state as the first slab of its memory,
+// in bytes; 0 (the default): none, every slab comes from the C library.
+// 16384 holds a small configuration's whole state and spares a load the
+// C library's first large allocation (which may consolidate its free lists:
+// thousands of instructions), but a load then needs that much more stack
+// than the 32 KiB the docs promise scripts without deep nesting.
+#ifndef KIV_FIRST_SLAB
+#define KIV_FIRST_SLAB 0u
+#endif
 // CPU time of the calling thread one call may spend on a script, in
 // milliseconds on a core as fast as the one it was measured on; on a slower
 // core it stretches in proportion.  0: no time limit.
@@ -68,7 +77,8 @@
 #define KIV_ALLOC_BYTES_PER_UNIT 16
 #define KIV_CONVERT_BYTES_PER_UNIT 16
 
-// Reads what the script left in the state: called with an empty stack, in
+// Reads what the script left in the state: called with none of its own
+// values on the stack (the run frame may keep one below them), in
 // protected mode (a Lua error raised inside, such as running out of memory,
 // ends the run as a failed script).  Returns the loader's result.
 typedef int32_t (*kiv_read_fn)(lua_State *L, void *ctx);
@@ -142,6 +152,10 @@ void kiv_run_spend_log(void);
 // thread, which is written out in one piece when full and before the run
 // returns; false when no run is in progress.
 bool kiv_run_log(const char *text, size_t n);
+// Room for a log text of n bytes (n at most 255) at the end of that buffer,
+// taken: the caller writes exactly n bytes there.  Null when no run is in
+// progress.
+char *kiv_run_log_room(size_t n);
 
 // Bounds in force for the runs that start after the call; a field left 0
 // (text_only: -1) takes the build's default.  For tests and tools; not part

@@ -30,7 +30,7 @@ static int32_t channel_of(const char *name, int32_t chans)
 {
     for (int32_t c = 0; c < chans; ++c) {
         char own[32];
-        snprintf(own, sizeof own, "chan_%d", c);
+        kiv_format_name(own, sizeof own, "chan_", c);
         if (strcmp(own, name) == 0)
             return c;
     }
