@@ -6,6 +6,7 @@
 
 #include <cstdlib>
 #include <fstream>
+#include <memory>
 #include <regex>
 #include <sstream>
 
@@ -64,12 +65,10 @@ std::string call(lua_State *L, const std::string &line)
     return std::to_string(ret) + shown;
 }
 
-} // namespace
-
-TEST_F(Access, CallsGiveWhatTheirFileSays)
+// Replays the calls of the file; with `viewed`, as the loaders run them:
+// with views of the tables in use (and their keeping table under t).
+std::string replay(const std::string &text, bool viewed)
 {
-    const std::string path = std::string(KIV_SOURCE_DIR) + "/tests/cases/access.txt";
-    const std::string text = read_file(path);
     std::string script, got;
     std::istringstream lines(text);
     for (std::string line; std::getline(lines, line);)
@@ -77,19 +76,50 @@ TEST_F(Access, CallsGiveWhatTheirFileSays)
             script += line.substr(8) + "\n";
     kiv_set_log_level(3);
     lua_script s(script, "t");
+    lua_State *L = s.L();
+    auto views = std::make_unique<kiv_views>();
+    if (viewed) {
+        lua_createtable(L, 16, 0);
+        lua_insert(L, -2);
+        views->keep = lua_absindex(L, -2);
+        kiv_use_views(views.get());
+        EXPECT_NE(kiv_view_top(L), nullptr); // t is read through its view
+    }
+    const int base = lua_gettop(L);
     std::istringstream in(text);
     for (std::string line; std::getline(in, line);) {
         if (line.starts_with("#") || line.starts_with("script: ") || line.empty()) {
             got += line + "\n";
         } else if (line[0] != ' ') { // a call; indented lines are its old log
             std::string c = line.substr(0, line.find(" ->")), result;
-            std::string log = masked([&] { result = call(s.L(), c); });
-            int top = lua_gettop(s.L()) - s.top();
+            std::string log = masked([&] { result = call(L, c); });
+            int top = lua_gettop(L) - base;
             got += c + " -> " + result + (top ? " (top +" + std::to_string(top) + ")" : "") + "\n" +
                    std::regex_replace(log, std::regex("^(.)", std::regex::multiline), "    $1");
         }
     }
+    kiv_use_views(nullptr);
+    return got;
+}
+
+} // namespace
+
+TEST_F(Access, CallsGiveWhatTheirFileSays)
+{
+    const std::string path = std::string(KIV_SOURCE_DIR) + "/tests/cases/access.txt";
+    const std::string text = read_file(path);
+    const std::string got = replay(text, false);
     if (getenv("KIV_REGENERATE"))
         return void(std::ofstream(path) << got);
     EXPECT_EQ(text, got) << "KIV_REGENERATE=1 rewrites " << path;
+}
+
+// The loaders read through views of the tables (strings and tables kept
+// from one walk of each, numbers converted once): every call answers, stores
+// and logs exactly what the lookups in the table itself do.
+TEST_F(Access, ViewsAnswerAsTheTableDoes)
+{
+    const std::string path = std::string(KIV_SOURCE_DIR) + "/tests/cases/access.txt";
+    const std::string text = read_file(path);
+    EXPECT_EQ(text, replay(text, true));
 }

@@ -77,7 +77,9 @@ void kiv_use_views(kiv_views *views)
     if (views) {
         for (kiv_table_view &v : views->at)
             v.table = nullptr;
-        views->prefix_fn = nullptr;
+        for (auto &p : views->prefixes)
+            p.fn = nullptr;
+        views->next_prefix = 0;
     }
 }
 
@@ -192,10 +194,9 @@ const kiv_table_view *kiv_view_top(lua_State *L)
     return &v;
 }
 
-const kiv_view_entry *kiv_view_find(lua_State *L, const kiv_table_view *v, const char *name,
-                                    size_t n, uint32_t h)
+const kiv_view_entry *kiv_view_search(const kiv_table_view *v, const char *name, size_t n,
+                                      uint32_t h)
 {
-    kiv_run_spend(L, KIV_READ_COST);
     for (uint32_t i = h & VIEW_MASK;; i = (i + 1) & VIEW_MASK) {
         const uint8_t s = v->slot[i];
         if (!s)

@@ -18,6 +18,8 @@
 #include <lua.h>
 #include <type_traits>
 
+#include "core/run.h"
+
 // 1 if field `name` of the table on top exists (is not nil), else 0.
 int32_t kiv_is_item_exist_str(lua_State *L, const char *name);
 // 1 if element `index` (0-based; Lua key index + 1) exists, else 0.
@@ -149,11 +151,15 @@ struct kiv_views {
     // tables, stored there as each view is made so that entering one costs
     // an integer lookup instead of a lookup by name.  0: none is kept.
     int keep;
-    // The absent-key WARN line's prefix (keys.cpp) of the function it was
-    // made for last: made once per function and run, not per table.
-    const char *prefix_fn;
-    size_t prefix_len;
-    char prefix[96];
+    // The absent-key WARN lines' prefixes (keys.cpp) of the functions and
+    // lines they were made for last: made once per run, not per table.
+    struct {
+        const char *fn;
+        int line;
+        size_t len;
+        char text[96];
+    } prefixes[4];
+    uint8_t next_prefix;
 };
 // Null: every lookup goes to the table.  The views start empty.
 void kiv_use_views(kiv_views *views);
@@ -200,9 +206,18 @@ constexpr size_t kiv_name_len(const char *s)
 // too deep, too many keys).  It stays valid while the table is on top.
 const kiv_table_view *kiv_view_top(lua_State *L);
 // Field `name` (n bytes, hash h) in view v, counted as one table access:
-// its entry, or null when absent.
-const kiv_view_entry *kiv_view_find(lua_State *L, const kiv_table_view *v, const char *name,
-                                    size_t n, uint32_t h);
+// its entry, or null when absent.  Inline up to the first slot looked at,
+// where most keys a script leaves out are found absent.
+const kiv_view_entry *kiv_view_search(const kiv_table_view *v, const char *name, size_t n,
+                                      uint32_t h);
+inline const kiv_view_entry *kiv_view_find(lua_State *L, const kiv_table_view *v, const char *name,
+                                           size_t n, uint32_t h)
+{
+    kiv_run_spend(L, KIV_READ_COST);
+    if (!v->slot[h & (KIV_VIEW_SLOTS - 1)])
+        return nullptr;
+    return kiv_view_search(v, name, n, h);
+}
 // The integer conversion of entry e's value, as kiv_get_integer_item_str
 // makes it.
 int32_t kiv_view_integer(lua_State *L, const kiv_view_entry *e);

@@ -1,5 +1,8 @@
 #include "core/keys.h"
 
+#include <string.h>
+#include <utility>
+
 #include "core/access.h"
 #include "core/log.h"
 
@@ -11,20 +14,29 @@ struct absent_prefix {
     char own[96];
 };
 
-// Points p at the prefix for fn: the one the views keep (made again only
-// when the function changes), or one made into p.
-static void made_prefix(absent_prefix *p, const char *fn)
+// Points p at the prefix for fn and line: one of those the views keep
+// (made again only for a function or line not among them), or one made
+// into p.
+static void made_prefix(absent_prefix *p, const char *fn, int line = 23)
 {
     if (kiv_views *vs = kiv_views_in_use()) {
-        if (vs->prefix_fn != fn) {
-            vs->prefix_len = kiv_absent_prefix(vs->prefix, sizeof vs->prefix, fn, 23);
-            vs->prefix_fn = fn;
+        for (auto &c : vs->prefixes) {
+            // Two sections may name one function from strings of their own.
+            if (c.fn && c.line == line && (c.fn == fn || strcmp(c.fn, fn) == 0)) {
+                p->text = c.text;
+                p->len = c.len;
+                return;
+            }
         }
-        p->text = vs->prefix;
-        p->len = vs->prefix_len;
+        auto &c = vs->prefixes[vs->next_prefix++ % 4];
+        c.len = kiv_absent_prefix(c.text, sizeof c.text, fn, line);
+        c.fn = fn;
+        c.line = line;
+        p->text = c.text;
+        p->len = c.len;
         return;
     }
-    p->len = kiv_absent_prefix(p->own, sizeof p->own, fn, 23);
+    p->len = kiv_absent_prefix(p->own, sizeof p->own, fn, line);
     p->text = p->own;
 }
 
@@ -57,6 +69,57 @@ static int32_t absent(const char *fn, const kiv_key &k, absent_prefix *prefix = 
         return 0;
     }
     return 0;
+}
+
+// The line the general path would put together (cut at 255 characters):
+// for a line too long for the fast path, or outside a run.
+static __attribute__((noinline)) void absent_line_cut(const absent_prefix *p, const kiv_key &k,
+                                                      const char *rest, size_t rest_len)
+{
+    char text[256];
+    size_t m = 0;
+    for (auto [s, l] :
+         {std::pair{p->text, p->len}, {k.key, size_t{k.name_len}}, {rest, rest_len}}) {
+        const size_t c = l < sizeof text - 1 - m ? l : sizeof text - 1 - m;
+        memcpy(text + m, s, c);
+        m += c;
+    }
+    kiv_log_write(text, m);
+}
+
+// The WARN line of an absent optional key, at a level that prints it and
+// with no watcher taking the log, copied straight into the run's log: the
+// prefix for fn and line (made into p at the table's first such line), the
+// key and the rest of the line (inline, so that a constant rest is copied
+// without a call).
+static inline __attribute__((always_inline)) void absent_line(absent_prefix *p, const char *fn,
+                                                              int line, const kiv_key &k,
+                                                              const char *rest, size_t rest_len)
+{
+    if (p->len == 0)
+        made_prefix(p, fn, line);
+    const size_t n = p->len + k.name_len + rest_len;
+    char *at = n < 256 ? kiv_run_log_room(n) : nullptr;
+    if (!at) {
+        absent_line_cut(p, k, rest, rest_len);
+        return;
+    }
+    memcpy(at, p->text, p->len);
+    memcpy(at + p->len, k.key, k.name_len);
+    memcpy(at + p->len + k.name_len, rest, rest_len);
+    kiv_run_spend_log();
+}
+
+// The part after the key of a key's own WARN text when it has the common
+// shape (a prefix, "item(" and the key, then text without conversions), or
+// null: such a line is copied like the common one.
+static const char *plain_rest(const char *absent_text)
+{
+    static constexpr char HEAD[] = "KIV_WARN:: %s(%d): item(%s";
+    if (strncmp(absent_text, HEAD, sizeof HEAD - 1) != 0)
+        return nullptr;
+    const char *rest = absent_text + sizeof HEAD - 1;
+    return strchr(rest, '%') ? nullptr : rest;
 }
 
 // An array key: all `elems` elements are stored, or none (the default).
@@ -100,10 +163,12 @@ int32_t kiv_read_keys(lua_State *L, const char *fn, void *rec, const kiv_key *ke
     // cost no lookup of their own in the table (the view stays valid while
     // the table is on top; array and string keys look it up as they do).
     const kiv_table_view *view = kiv_view_top(L);
-    absent_prefix prefix;
+    absent_prefix prefix, own_prefix; // for the common line, and for keys' own texts
     // The level is tested once for the table: nothing the table's read
     // does changes it.
     const uint8_t level = kiv_get_log_level();
+    const kiv_watcher *logger = kiv_get_watcher();
+    const bool plain_lines = level >= KIV_LEVEL_WARN && !(logger && logger->log);
     for (size_t i = 0; i < n; ++i) {
         const kiv_key &k = keys[i];
         if (k.elems || k.str) {
@@ -128,9 +193,22 @@ int32_t kiv_read_keys(lua_State *L, const char *fn, void *rec, const kiv_key *ke
         if (given) {
             v = static_cast<uint32_t>(raw);
         } else {
-            int32_t ret = absent(fn, k, &prefix, level);
-            if (ret != 0)
-                return ret;
+            // An optional key below the level of its line takes its default
+            // without a call.
+            const bool quiet = k.absent == KIV_OPTIONAL_QUIET ||
+                               (k.absent == KIV_OPTIONAL && level < KIV_LEVEL_WARN);
+            static constexpr char SUFFIX[] = ") doesn't exist, set 0 by default.\n";
+            const char *rest = nullptr;
+            if (k.absent == KIV_OPTIONAL && plain_lines && !k.absent_text) {
+                absent_line(&prefix, fn, 23, k, SUFFIX, sizeof SUFFIX - 1);
+            } else if (k.absent == KIV_OPTIONAL && plain_lines &&
+                       (rest = plain_rest(k.absent_text)) != nullptr) {
+                absent_line(&own_prefix, fn, 21, k, rest, strlen(rest));
+            } else if (!quiet) {
+                int32_t ret = absent(fn, k, &prefix, level);
+                if (ret != 0)
+                    return ret;
+            }
             v = k.dflt;
         }
         if (k.check) {

@@ -114,8 +114,7 @@ struct run_frame {
     const char *refused;
     // The log of the run, written out in one piece when full and before
     // the run returns: one write instead of one per line.
-    size_t log_len;
-    char log[4096];
+    kiv_log_buf log;
 };
 
 // The run in progress on this thread (initial-exec: one instruction to
@@ -519,11 +518,19 @@ void kiv_meter_check(lua_State *L)
         luaL_error(L, "%s", TIME);
 }
 
+__attribute__((tls_model("initial-exec"))) thread_local kiv_log_buf *kiv_t_log = nullptr;
+
 static void flush_log(run_frame *f)
 {
-    if (f->log_len)
-        fwrite(f->log, 1, f->log_len, stdout);
-    f->log_len = 0;
+    if (f->log.len)
+        fwrite(f->log.text, 1, f->log.len, stdout);
+    f->log.len = 0;
+}
+
+void kiv_run_log_flush(void)
+{
+    if (run_frame *f = t_frame)
+        flush_log(f);
 }
 
 bool kiv_run_log(const char *text, size_t n)
@@ -531,36 +538,16 @@ bool kiv_run_log(const char *text, size_t n)
     run_frame *f = t_frame;
     if (!f)
         return false;
-    if (n > sizeof f->log - f->log_len) {
+    if (n > sizeof f->log.text - f->log.len) {
         flush_log(f);
-        if (n > sizeof f->log) {
+        if (n > sizeof f->log.text) {
             fwrite(text, 1, n, stdout);
             return true;
         }
     }
-    memcpy(f->log + f->log_len, text, n);
-    f->log_len += n;
+    memcpy(f->log.text + f->log.len, text, n);
+    f->log.len += n;
     return true;
-}
-
-char *kiv_run_log_room(size_t n)
-{
-    run_frame *f = t_frame;
-    if (!f)
-        return nullptr;
-    if (n > sizeof f->log - f->log_len)
-        flush_log(f);
-    char *at = f->log + f->log_len;
-    f->log_len += n;
-    return at;
-}
-
-void kiv_run_spend_log(void)
-{
-    if (kiv_meter *m = kiv_t_meter) {
-        m->left -= KIV_LOG_COST;
-        m->read_units += KIV_LOG_COST;
-    }
 }
 
 kiv_run_use kiv_last_run_use(void)
@@ -626,6 +613,7 @@ static int32_t run(const char *fn, const char *path, const char *text, size_t te
     *static_cast<run_frame **>(lua_getextraspace(L)) = &f;
     t_frame = &f;
     kiv_t_meter = &f.meter;
+    kiv_t_log = &f.log;
 
     lua_pushcfunction(L, protected_run);
     int rc = lua_pcall(L, 0, 1, 0);
@@ -633,6 +621,7 @@ static int32_t run(const char *fn, const char *path, const char *text, size_t te
     flush_log(&f);
     t_frame = nullptr;
     kiv_t_meter = nullptr;
+    kiv_t_log = nullptr;
     int32_t result = f.result;
     if (rc != LUA_OK || f.script_failed) {
         char buf[64];

@@ -147,15 +147,39 @@ inline lua_Number kiv_run_tonumber(lua_State *L, int idx)
     return lua_tonumberx(L, idx, nullptr);
 }
 // Counts a printed log line (never raises: the next read does).
-void kiv_run_spend_log(void);
+inline void kiv_run_spend_log(void)
+{
+    if (kiv_meter *m = kiv_t_meter) {
+        m->left -= KIV_LOG_COST;
+        m->read_units += KIV_LOG_COST;
+    }
+}
 // Takes a log text into the log buffer of the run in progress on this
 // thread, which is written out in one piece when full and before the run
 // returns; false when no run is in progress.
 bool kiv_run_log(const char *text, size_t n);
+// That buffer, reached in one instruction while a run is in progress on
+// this thread (null otherwise), and its write-out.
+struct kiv_log_buf {
+    size_t len;
+    char text[4096];
+};
+extern __attribute__((tls_model("initial-exec"))) thread_local kiv_log_buf *kiv_t_log;
+void kiv_run_log_flush(void);
 // Room for a log text of n bytes (n at most 255) at the end of that buffer,
 // taken: the caller writes exactly n bytes there.  Null when no run is in
 // progress.
-char *kiv_run_log_room(size_t n);
+inline char *kiv_run_log_room(size_t n)
+{
+    kiv_log_buf *b = kiv_t_log;
+    if (!b)
+        return nullptr;
+    if (n > sizeof b->text - b->len)
+        kiv_run_log_flush();
+    char *at = b->text + b->len;
+    b->len += n;
+    return at;
+}
 
 // Bounds in force for the runs that start after the call; a field left 0
 // (text_only: -1) takes the build's default.  For tests and tools; not part

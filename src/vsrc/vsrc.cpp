@@ -51,7 +51,7 @@ const kiv_name_id hdr_mode_table[KIV_HDR_MODE_NUM] = {
 const kiv_name_id *kiv_find_name(const kiv_name_id *table, int n, const char *name)
 {
     for (int i = 0; i < n; ++i)
-        if (strcmp(table[i].name, name) == 0)
+        if (table[i].name[0] == name[0] && strcmp(table[i].name, name) == 0)
             return &table[i];
     return nullptr;
 }
