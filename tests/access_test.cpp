@@ -123,3 +123,24 @@ TEST_F(Access, ViewsAnswerAsTheTableDoes)
     const std::string text = read_file(path);
     EXPECT_EQ(text, replay(text, true));
 }
+
+// The views hash a name at run time a word at a time; the key tables carry
+// the compiler's hash of the same name: both must agree for every length.
+TEST(ViewHash, RunTimeAgreesWithTheCompiler)
+{
+    static constexpr const char *NAMES[] = {"",
+                                            "a",
+                                            "id",
+                                            "fps",
+                                            "main_burst_tile",
+                                            "vsrc_ctx_pattern_addr_offset",
+                                            "12345678",
+                                            "123456789",
+                                            "\xff\x80name",
+                                            "exactly_sixteen!"};
+    for (const char *name : NAMES) {
+        const size_t n = strlen(name);
+        EXPECT_EQ(kiv_name_hash_now(name, n), kiv_name_hash(name, n)) << name;
+    }
+    static_assert(kiv_name_hash("fps", 3) != kiv_name_hash("fpt", 3));
+}

@@ -90,7 +90,7 @@ kiv_views *kiv_views_in_use(void)
 
 static uint32_t hash_of(const char *s, size_t n)
 {
-    return kiv_name_hash(s, n);
+    return kiv_name_hash_now(s, n);
 }
 
 static constexpr uint32_t VIEW_MASK = KIV_VIEW_SLOTS - 1;

@@ -16,7 +16,6 @@
 #include <stdint.h>
 
 #include <lua.h>
-#include <type_traits>
 
 #include "core/run.h"
 
@@ -167,22 +166,36 @@ void kiv_use_views(kiv_views *views);
 kiv_views *kiv_views_in_use(void);
 
 // The hash a view keeps of a key name of n bytes; constexpr, so that a key
-// table has its names' hashes from the compiler.  At run time the words are
-// loaded whole (the same little-endian value the compiler assembles).
+// table has its names' hashes from the compiler (the table stays constant
+// data, with no initialisation at load time).
 constexpr uint32_t kiv_name_hash(const char *s, size_t n)
 {
     uint64_t h = (n + 1) * 0x9E3779B97F4A7C15ull;
     for (; n >= 8; s += 8, n -= 8) {
         uint64_t w = 0;
-        if (std::is_constant_evaluated()) {
-            for (size_t i = 0; i < 8; ++i)
-                w |= static_cast<uint64_t>(static_cast<unsigned char>(s[i])) << (8 * i);
-        } else {
-            __builtin_memcpy(&w, s, 8);
+        for (size_t i = 0; i < 8; ++i)
+            w |= static_cast<uint64_t>(static_cast<unsigned char>(s[i])) << (8 * i);
+        h = (h ^ w) * 0xFF51AFD7ED558CCDull;
+        h ^= h >> 32;
+    }
+    uint64_t w = 0;
+    for (size_t i = 0; i < n; ++i)
+        w |= static_cast<uint64_t>(static_cast<unsigned char>(s[i])) << (8 * i);
+    h = (h ^ w) * 0xC4CEB9FE1A85EC53ull;
+    return static_cast<uint32_t>(h ^ (h >> 29));
+}
+
+// The same hash at run time, the words loaded whole (the same
+// little-endian value the compiler assembles byte by byte).
+inline uint32_t kiv_name_hash_now(const char *s, size_t n)
+{
+    uint64_t h = (n + 1) * 0x9E3779B97F4A7C15ull;
+    for (; n >= 8; s += 8, n -= 8) {
+        uint64_t w;
+        __builtin_memcpy(&w, s, 8);
 #if __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
-            w = __builtin_bswap64(w);
+        w = __builtin_bswap64(w);
 #endif
-        }
         h = (h ^ w) * 0xFF51AFD7ED558CCDull;
         h ^= h >> 32;
     }

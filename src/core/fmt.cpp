@@ -93,16 +93,22 @@ int kiv_format(char *buf, size_t cap, const char *fmt, va_list ap)
     return out.len > 0x7fffffff ? -1 : static_cast<int>(out.len);
 }
 
-int kiv_format_name(char *buf, size_t cap, const char *prefix, int n)
+char *kiv_decimal(char *end, int n)
 {
-    char digits[12];
-    char *d = digits + sizeof digits;
+    char *d = end;
     unsigned u = n < 0 ? 0u - static_cast<unsigned>(n) : static_cast<unsigned>(n);
     do
         *--d = static_cast<char>('0' + u % 10);
     while ((u /= 10) != 0);
     if (n < 0)
         *--d = '-';
+    return d;
+}
+
+int kiv_format_name(char *buf, size_t cap, const char *prefix, int n)
+{
+    char digits[12];
+    const char *d = kiv_decimal(digits + sizeof digits, n);
     const size_t plen = strlen(prefix), dlen = static_cast<size_t>(digits + sizeof digits - d);
     const size_t p = plen < cap - 1 ? plen : cap - 1;
     const size_t k = dlen < cap - 1 - p ? dlen : cap - 1 - p;

@@ -15,6 +15,10 @@
 // the caller then formats a copy of its arguments with the C library.
 int kiv_format(char *buf, size_t cap, const char *fmt, va_list ap);
 
+// The decimal text of n, written so that it ends just before `end` (room
+// for 11 characters before it); returns where it starts.
+char *kiv_decimal(char *end, int n);
+
 // The name `prefix` followed by the decimal n ("chan_3", "pass_1") into buf
 // of cap > 0 bytes, as snprintf(buf, cap, "%s%d", prefix, n) would.
 int kiv_format_name(char *buf, size_t cap, const char *prefix, int n);

@@ -75,13 +75,7 @@ struct line {
 size_t kiv_absent_prefix(char *buf, size_t cap, const char *fn, int line_no)
 {
     char digits[12];
-    char *d = digits + sizeof digits;
-    unsigned u = line_no < 0 ? 0u - static_cast<unsigned>(line_no) : static_cast<unsigned>(line_no);
-    do
-        *--d = static_cast<char>('0' + u % 10);
-    while ((u /= 10) != 0);
-    if (line_no < 0)
-        *--d = '-';
+    const char *d = kiv_decimal(digits + sizeof digits, line_no);
     line l;
     l.put("KIV_WARN:: ");
     l.put(fn, strlen(fn));
