@@ -165,17 +165,14 @@ void kiv_use_views(kiv_views *views);
 // The views in use on this thread, or null.
 kiv_views *kiv_views_in_use(void);
 
-// The hash a view keeps of a key name of n bytes; constexpr, so that a key
-// table has its names' hashes from the compiler (the table stays constant
-// data, with no initialisation at load time).
-constexpr uint32_t kiv_name_hash(const char *s, size_t n)
+// The hash a view keeps of a key name of n bytes, its whole 8-byte words
+// taken by `word` (a little-endian value of 8 bytes).
+template <class Word>
+constexpr uint32_t kiv_name_hash_by(const char *s, size_t n, Word word)
 {
     uint64_t h = (n + 1) * 0x9E3779B97F4A7C15ull;
     for (; n >= 8; s += 8, n -= 8) {
-        uint64_t w = 0;
-        for (size_t i = 0; i < 8; ++i)
-            w |= static_cast<uint64_t>(static_cast<unsigned char>(s[i])) << (8 * i);
-        h = (h ^ w) * 0xFF51AFD7ED558CCDull;
+        h = (h ^ word(s)) * 0xFF51AFD7ED558CCDull;
         h ^= h >> 32;
     }
     uint64_t w = 0;
@@ -185,25 +182,29 @@ constexpr uint32_t kiv_name_hash(const char *s, size_t n)
     return static_cast<uint32_t>(h ^ (h >> 29));
 }
 
-// The same hash at run time, the words loaded whole (the same
-// little-endian value the compiler assembles byte by byte).
+// Constexpr, so that a key table has its names' hashes from the compiler
+// (the table stays constant data, with no initialisation at load time).
+constexpr uint32_t kiv_name_hash(const char *s, size_t n)
+{
+    return kiv_name_hash_by(s, n, [](const char *p) {
+        uint64_t w = 0;
+        for (size_t i = 0; i < 8; ++i)
+            w |= static_cast<uint64_t>(static_cast<unsigned char>(p[i])) << (8 * i);
+        return w;
+    });
+}
+
+// The same hash at run time, each word loaded whole.
 inline uint32_t kiv_name_hash_now(const char *s, size_t n)
 {
-    uint64_t h = (n + 1) * 0x9E3779B97F4A7C15ull;
-    for (; n >= 8; s += 8, n -= 8) {
+    return kiv_name_hash_by(s, n, [](const char *p) {
         uint64_t w;
-        __builtin_memcpy(&w, s, 8);
+        __builtin_memcpy(&w, p, 8);
 #if __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
         w = __builtin_bswap64(w);
 #endif
-        h = (h ^ w) * 0xFF51AFD7ED558CCDull;
-        h ^= h >> 32;
-    }
-    uint64_t w = 0;
-    for (size_t i = 0; i < n; ++i)
-        w |= static_cast<uint64_t>(static_cast<unsigned char>(s[i])) << (8 * i);
-    h = (h ^ w) * 0xC4CEB9FE1A85EC53ull;
-    return static_cast<uint32_t>(h ^ (h >> 29));
+        return w;
+    });
 }
 
 constexpr size_t kiv_name_len(const char *s)

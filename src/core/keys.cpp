@@ -1,10 +1,12 @@
 #include "core/keys.h"
 
 #include <string.h>
-#include <utility>
 
 #include "core/access.h"
 #include "core/log.h"
+
+// What follows the key in the common WARN line of an absent key.
+static constexpr char ABSENT_REST[] = ") doesn't exist, set 0 by default.\n";
 
 // The WARN line's prefix for the function a table is read under, made at
 // its first absent key.
@@ -62,29 +64,13 @@ static int32_t absent(const char *fn, const kiv_key &k, absent_prefix *prefix = 
             absent_prefix &p = prefix ? *prefix : local;
             if (p.len == 0)
                 made_prefix(&p, fn);
-            kiv_log_absent(p.text, p.len, k.key, k.name_len);
+            kiv_log_absent(p.text, p.len, k.key, k.name_len, ABSENT_REST, sizeof ABSENT_REST - 1);
         }
         return 0;
     case KIV_OPTIONAL_QUIET:
         return 0;
     }
     return 0;
-}
-
-// The line the general path would put together (cut at 255 characters):
-// for a line too long for the fast path, or outside a run.
-static __attribute__((noinline)) void absent_line_cut(const absent_prefix *p, const kiv_key &k,
-                                                      const char *rest, size_t rest_len)
-{
-    char text[256];
-    size_t m = 0;
-    for (auto [s, l] :
-         {std::pair{p->text, p->len}, {k.key, size_t{k.name_len}}, {rest, rest_len}}) {
-        const size_t c = l < sizeof text - 1 - m ? l : sizeof text - 1 - m;
-        memcpy(text + m, s, c);
-        m += c;
-    }
-    kiv_log_write(text, m);
 }
 
 // The WARN line of an absent optional key, at a level that prints it and
@@ -100,8 +86,8 @@ static inline __attribute__((always_inline)) void absent_line(absent_prefix *p, 
         made_prefix(p, fn, line);
     const size_t n = p->len + k.name_len + rest_len;
     char *at = n < 256 ? kiv_run_log_room(n) : nullptr;
-    if (!at) {
-        absent_line_cut(p, k, rest, rest_len);
+    if (!at) { // too long (cut like any line) or outside a run
+        kiv_log_absent(p->text, p->len, k.key, k.name_len, rest, rest_len);
         return;
     }
     memcpy(at, p->text, p->len);
@@ -197,10 +183,9 @@ int32_t kiv_read_keys(lua_State *L, const char *fn, void *rec, const kiv_key *ke
             // without a call.
             const bool quiet = k.absent == KIV_OPTIONAL_QUIET ||
                                (k.absent == KIV_OPTIONAL && level < KIV_LEVEL_WARN);
-            static constexpr char SUFFIX[] = ") doesn't exist, set 0 by default.\n";
             const char *rest = nullptr;
             if (k.absent == KIV_OPTIONAL && plain_lines && !k.absent_text) {
-                absent_line(&prefix, fn, 23, k, SUFFIX, sizeof SUFFIX - 1);
+                absent_line(&prefix, fn, 23, k, ABSENT_REST, sizeof ABSENT_REST - 1);
             } else if (k.absent == KIV_OPTIONAL && plain_lines &&
                        (rest = plain_rest(k.absent_text)) != nullptr) {
                 absent_line(&own_prefix, fn, 21, k, rest, strlen(rest));

@@ -87,28 +87,16 @@ size_t kiv_absent_prefix(char *buf, size_t cap, const char *fn, int line_no)
     return n;
 }
 
-void kiv_log_absent(const char *prefix, size_t prefix_len, const char *key, size_t key_len)
+void kiv_log_absent(const char *prefix, size_t prefix_len, const char *key, size_t key_len,
+                    const char *rest, size_t rest_len)
 {
     if (kiv_get_log_level() < KIV_LEVEL_WARN)
         return;
-    static const char SUFFIX[] = ") doesn't exist, set 0 by default.\n";
-    const size_t n = prefix_len + key_len + sizeof SUFFIX - 1;
-    // The commonest line of a load goes straight into the run's buffer when
-    // it is whole (no watcher takes the log, the line is not cut).
-    const kiv_watcher *w = kiv_get_watcher();
-    char *at = n < 256 && !(w && w->log) ? kiv_run_log_room(n) : nullptr;
-    if (!at) {
-        line l;
-        l.put(prefix, prefix_len);
-        l.put(key, key_len);
-        l.put(SUFFIX);
-        kiv_log_write(l.buf, l.len);
-        return;
-    }
-    memcpy(at, prefix, prefix_len);
-    memcpy(at + prefix_len, key, key_len);
-    memcpy(at + prefix_len + key_len, SUFFIX, sizeof SUFFIX - 1);
-    kiv_run_spend_log();
+    line l;
+    l.put(prefix, prefix_len);
+    l.put(key, key_len);
+    l.put(rest, rest_len);
+    kiv_log_write(l.buf, l.len);
 }
 
 void kiv_set_log_level(int32_t level)

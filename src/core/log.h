@@ -25,10 +25,12 @@ void kiv_log(uint8_t level, const char *fmt, ...) __attribute__((format(printf, 
 // The WARN line of an optional key that is absent, the commonest line of
 // the log ("KIV_WARN:: fn(line): item(key) doesn't exist, set 0 by
 // default.\n"), put together without a format from its prefix (the part up
-// to "item(", made once for the function and line by kiv_absent_prefix)
-// and the key.
+// to "item(", made once for the function and line by kiv_absent_prefix),
+// the key and the rest of the line, and cut at 255 characters like any
+// line.  (The key reader copies it into the run's log itself when it can.)
 size_t kiv_absent_prefix(char *buf, size_t cap, const char *fn, int line);
-void kiv_log_absent(const char *prefix, size_t prefix_len, const char *key, size_t key_len);
+void kiv_log_absent(const char *prefix, size_t prefix_len, const char *key, size_t key_len,
+                    const char *rest, size_t rest_len);
 // Writes a finished log text: into the buffer of the run in progress on
 // this thread (written out before the run returns), or to standard output.
 void kiv_log_write(const char *text, size_t n);

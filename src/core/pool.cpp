@@ -42,6 +42,20 @@ void push_free(kiv_pool *p, void *b, size_t c)
     KIV_POISON(b, class_size(c));
 }
 
+// Slab s of `size` bytes is the one to carve from now; the next is twice
+// as large.
+void carve(kiv_pool *p, slab *s, size_t size)
+{
+    s->next = static_cast<slab *>(p->slabs);
+    s->size = size;
+    p->slabs = s;
+    p->slab_bytes += size;
+    p->next_slab = size * 2 < MAX_SLAB ? size * 2 : MAX_SLAB;
+    p->bump = reinterpret_cast<char *>(s) + HEADER;
+    p->bump_end = reinterpret_cast<char *>(s) + size;
+    KIV_POISON(p->bump, size - HEADER);
+}
+
 // A new slab to carve from; what is left of the current one goes to the
 // free lists.  `force`: past the slab limit too (a block that shrinks must
 // find a place).
@@ -60,14 +74,7 @@ bool add_slab(kiv_pool *p, bool force)
         push_free(p, p->bump, c);
         p->bump += class_size(c);
     }
-    s->next = static_cast<slab *>(p->slabs);
-    s->size = size;
-    p->slabs = s;
-    p->slab_bytes += size;
-    p->next_slab = size * 2 < MAX_SLAB ? size * 2 : MAX_SLAB;
-    p->bump = reinterpret_cast<char *>(s) + HEADER;
-    p->bump_end = reinterpret_cast<char *>(s) + size;
-    KIV_POISON(p->bump, size - HEADER);
+    carve(p, s, size);
     return true;
 }
 
@@ -116,16 +123,8 @@ void kiv_pool_init(kiv_pool *p, size_t slab_limit, void *first, size_t first_siz
     p->slab_limit = slab_limit;
     p->next_slab = FIRST_SLAB;
     if (first && first_size > HEADER) {
-        slab *s = static_cast<slab *>(first);
-        s->next = nullptr;
-        s->size = first_size;
-        p->slabs = p->first = s;
-        p->slab_bytes = first_size;
-        // The next slab doubles the caller's.
-        p->next_slab = first_size * 2 < MAX_SLAB ? first_size * 2 : MAX_SLAB;
-        p->bump = reinterpret_cast<char *>(s) + HEADER;
-        p->bump_end = reinterpret_cast<char *>(s) + first_size;
-        KIV_POISON(p->bump, first_size - HEADER);
+        p->first = first;
+        carve(p, static_cast<slab *>(first), first_size);
     }
 }
 
