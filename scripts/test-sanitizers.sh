@@ -4,12 +4,17 @@
 # leaks).  The sanitizers are asked for both ways a build can be given them:
 # here through CMake's own flags, as distributions and fuzzing services do,
 # for ThreadSanitizer below (and the fuzz build) through KIV_SANITIZE.
+# The sanitizer suite is built with clang, the test command's with gcc: the
+# golden cases compare the log byte for byte, so both compilers must give
+# the same log.  (Clang's check of the type of a function called through a
+# pointer is left out: its runtime is C++, which the C programs built
+# against the library do not link.)
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/install-deps.sh
 jobs=$(nproc)
-asan="-fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer"
-cmake -S . -B build-asan -G Ninja -DCMAKE_BUILD_TYPE=Debug -DKIV_WERROR=ON -DKIV_SANITIZE= \
+asan="-fsanitize=address,undefined -fno-sanitize=function -fno-sanitize-recover=all -fno-omit-frame-pointer"
+CC=clang CXX=clang++ cmake -S . -B build-asan -G Ninja -DCMAKE_BUILD_TYPE=Debug -DKIV_WERROR=ON -DKIV_SANITIZE= \
     -DCMAKE_C_FLAGS="$asan" -DCMAKE_CXX_FLAGS="$asan" -DCMAKE_EXE_LINKER_FLAGS="$asan" \
     -DCMAKE_SHARED_LINKER_FLAGS="$asan" >/dev/null
 cmake --build build-asan -j "$jobs"

@@ -44,8 +44,8 @@ TEST_F(Threads, ConcurrentLoadsMatchSequentialOnes)
             for (int32_t v = 0; !stop.stop_requested(); v ^= 1)
                 kiv_set_hp_fps(v);
         });
+        std::latch start(4);               // outlives the threads that wait on it
         std::vector<std::jthread> threads; // joined as the capture ends, before the flipper
-        std::latch start(4);
         for (int t = 0; t < 4; ++t) {
             threads.emplace_back([&, t] {
                 auto cfg = std::make_unique<kiv_multi_chan_cfg>();

@@ -45,8 +45,9 @@ TEST_F(Standalone, ArgumentsAndMissingFiles)
         {[&] { return kiv_load_calib_data(none, nullptr, 1); }, -1, err(L, null)},
         {[&] { return kiv_load_calib_data(none, items, 0); }, -1, err(L, "data_size is 0\n")},
     };
-    for (const auto &[call, want, log] : cases) {
+    for (const auto &[call_, want, log] : cases) {
         int32_t ret = 0;
+        const auto &call = call_; // a lambda cannot capture a structured binding before clang 16
         EXPECT_EQ(masked([&] { ret = call(); }), log);
         EXPECT_EQ(ret, want) << log;
     }

@@ -58,7 +58,7 @@ static int32_t read_map_ids(lua_State *L, kiv_nn_map *map)
     int32_t n = kiv_get_array_integers_str(L, "id", ids, MAP_MAX_IDS);
     if (n < 1 || n > MAP_MAX_IDS) {
         // The same words for a poke map.
-        KIV_ERR(FN_MAP, "invalid port id num!\n");
+        KIV_ERR_AT(61, FN_MAP, "invalid port id num!\n");
         return -2;
     }
     for (int32_t i = 0; i < n; ++i)
@@ -73,7 +73,7 @@ static int32_t kiv_get_nn_map(lua_State *L, kiv_nn_map *map, int is_poke)
     KIV_STACK_GUARD(L);
     const char *key = is_poke ? "poke" : "port";
     if (!kiv_enter_str(L, key)) {
-        KIV_ERR(FN_MAP, "item(%s) doesn't exist\n", key);
+        KIV_ERR_AT(76, FN_MAP, "item(%s) doesn't exist\n", key);
         return -2;
     }
     int32_t ret = kiv_read_keys(L, FN_MAP, map, MAP_KEYS);
@@ -91,7 +91,7 @@ static int32_t enter_element(lua_State *L, const char *name, int32_t index)
 {
     if (kiv_enter_int(L, index))
         return 1;
-    KIV_ERR(FN_INFO, "item(%s) doesn't have item of index(%d)\n", name, index);
+    KIV_ERR_AT(94, FN_INFO, "item(%s) doesn't have item of index(%d)\n", name, index);
     return 0;
 }
 
@@ -108,12 +108,13 @@ static int32_t read_network(lua_State *L, uint32_t nn, kiv_aisp_cfg *cfg, kiv_ai
     // together; a script that needs more is refused before anything is
     // written past them.
     if (if_cnt > KIV_AISP_MAX_INTERFACES - fill->filled) {
-        KIV_ERR(FN_INFO, "nn(%u) has %u interfaces, only %u of %d interface entries are left\n", nn,
-                if_cnt, KIV_AISP_MAX_INTERFACES - fill->filled, KIV_AISP_MAX_INTERFACES);
+        KIV_ERR_AT(111, FN_INFO,
+                   "nn(%u) has %u interfaces, only %u of %d interface entries are left\n", nn,
+                   if_cnt, KIV_AISP_MAX_INTERFACES - fill->filled, KIV_AISP_MAX_INTERFACES);
         return -2;
     }
     if (!kiv_enter_str(L, "interfaces")) {
-        KIV_ERR(FN_INFO, "item(%s) doesn't exist\n", "interfaces");
+        KIV_ERR_AT(116, FN_INFO, "item(%s) doesn't exist\n", "interfaces");
         return -2;
     }
     for (uint32_t k = 0; k < if_cnt; ++k) {
@@ -143,7 +144,7 @@ static int32_t kiv_get_custom_nn_info(lua_State *L, kiv_aisp_cfg *cfg, kiv_aisp_
     // A custom_nn that is not a table counts 0 like a missing one.
     int32_t nn_cnt = kiv_get_array_item_num_str(L, "custom_nn");
     if (nn_cnt == 0) {
-        KIV_ERR(FN_INFO, "Invalid nn cnt!\n");
+        KIV_ERR_AT(146, FN_INFO, "Invalid nn cnt!\n");
         return -2;
     }
     fill->nn_cnt = static_cast<uint32_t>(nn_cnt);
@@ -169,7 +170,7 @@ static int32_t kiv_get_custom_nn_bootup_param(lua_State *L, kiv_aisp_cfg *cfg)
 {
     KIV_STACK_GUARD(L);
     if (!kiv_enter_str(L, "boot_param")) {
-        KIV_WARN(FN_BOOT, "item(%s) doesn't exist\n", "boot_param");
+        KIV_WARN_AT(172, FN_BOOT, "item(%s) doesn't exist\n", "boot_param");
         return -2;
     }
     int32_t ret = kiv_read_keys(L, FN_BOOT, cfg, BOOT_KEYS);
@@ -184,15 +185,15 @@ static int32_t do_kiv_get_custom_aisp_cfg(lua_State *L, kiv_aisp_cfg *cfg, kiv_a
     KIV_STACK_GUARD(L);
     if (lua_getglobal(L, "_custom_aisp_config_") != LUA_TTABLE) {
         lua_settop(L, -2);
-        KIV_ERR(FN_DO, "invalid custom aisp config file\n");
+        KIV_ERR_AT(187, FN_DO, "invalid custom aisp config file\n");
         return -1;
     }
     int32_t ret = 0;
     if (kiv_get_custom_nn_bootup_param(L, cfg) != 0) {
-        KIV_ERR(FN_DO, "get network bootup param error\n");
+        KIV_ERR_AT(192, FN_DO, "get network bootup param error\n");
         ret = -1;
     } else if (kiv_get_custom_nn_info(L, cfg, fill) < 0) {
-        KIV_ERR(FN_DO, "get custom nn info error\n");
+        KIV_ERR_AT(195, FN_DO, "get custom nn info error\n");
         ret = -1;
     }
     lua_settop(L, -2);
@@ -221,7 +222,7 @@ int32_t kiv_get_aisp_cfg_fill(const char *path, kiv_aisp_cfg *cfg, uint8_t type,
     if (fill)
         memset(fill, 0, sizeof *fill);
     if (!path || !cfg) {
-        KIV_ERR(FN, "the 1st or 2nd param is NULL\n");
+        KIV_ERR_AT(224, FN, "the 1st or 2nd param is NULL\n");
         return -1;
     }
     kiv_aisp_read ctx{};

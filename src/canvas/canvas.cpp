@@ -74,7 +74,7 @@ static int32_t read_type(lua_State *L, int32_t pos, kiv_canvas_cfg *c)
     // rejected like any other unknown name.
     char type[TYPE_CAP + 1] = "";
     if (kiv_get_string_item_str(L, "type", type, sizeof type) != 0) {
-        KIV_ERR(FN, "item(%s) doesn't exist\n", "type");
+        KIV_ERR_AT(77, FN, "item(%s) doesn't exist\n", "type");
         return -2;
     }
     for (uint32_t t = 0; t < KIV_CANVAS_TYPE_NUM; ++t) {
@@ -83,7 +83,7 @@ static int32_t read_type(lua_State *L, int32_t pos, kiv_canvas_cfg *c)
             return 0;
         }
     }
-    KIV_ERR(FN, "invalid type(%s) for canvas(%d)\n", type, pos);
+    KIV_ERR_AT(86, FN, "invalid type(%s) for canvas(%d)\n", type, pos);
     return -1;
 }
 
@@ -111,7 +111,7 @@ static int32_t read_canvas(lua_State *L, kiv_multi_chan_cfg *cfg, int32_t pos)
     if ((ret = kiv_read_keys(L, FN, c, keys_before_source)) != 0)
         return ret;
     if (kiv_set_source_buffer_canvas_id(L, cfg, pos, c) != 0) {
-        KIV_ERR(FN, "set canvas id(%d) error\n", pos);
+        KIV_ERR_AT(114, FN, "set canvas id(%d) error\n", pos);
         return -2;
     }
     if ((ret = kiv_read_keys(L, FN, c, keys_after_source)) != 0)
@@ -130,11 +130,11 @@ int32_t kiv_get_canvas_cfg(lua_State *L, kiv_multi_chan_cfg *cfg)
     // A `canvas` that is not an array counts as absent.
     int32_t n = kiv_get_array_item_num_str(L, "canvas");
     if (n == 0) {
-        KIV_ERR(FN, "no canvas cfg found\n");
+        KIV_ERR_AT(133, FN, "no canvas cfg found\n");
         return -2;
     }
     if (n > MAX_CANVAS_NUM) {
-        KIV_ERR(FN, "canvas num(%d) cannot exceed max(%d)\n", n, MAX_CANVAS_NUM);
+        KIV_ERR_AT(137, FN, "canvas num(%d) cannot exceed max(%d)\n", n, MAX_CANVAS_NUM);
         return -2;
     }
     cfg->canvas_num = static_cast<uint8_t>(n);
@@ -150,7 +150,7 @@ int32_t kiv_get_canvas_cfg(lua_State *L, kiv_multi_chan_cfg *cfg)
         } else {
             // An element that is not a table has no keys: its required
             // `type` is missing.
-            KIV_ERR(FN, "item(%s) doesn't exist\n", "type");
+            KIV_ERR_AT(153, FN, "item(%s) doesn't exist\n", "type");
             ret = -2;
         }
     }

@@ -24,7 +24,7 @@ static const uint32_t SRCBUF_TO_SKIP_BLEND_MAX = 0x1f;
 static int32_t check_skip_blend(const char *fn, const char *key, uint32_t *value)
 {
     if (*value > SRCBUF_TO_SKIP_BLEND_MAX) {
-        KIV_WARN(fn, "item(%s) shoulder not bigger than 0x1f.\n", key);
+        KIV_WARN_AT(27, fn, "item(%s) shoulder not bigger than 0x1f.\n", key);
         *value = 0;
     }
     return 0;
@@ -34,7 +34,7 @@ static int32_t check_fusion(const char *fn, const char *key, uint32_t *value)
 {
     *value &= 7; // the field's width decides first
     if (*value > SRCBUF_TO_FUSION_MAX) {
-        KIV_ERR(fn, "item(%s) should not bigger than %d.\n", key, SRCBUF_TO_FUSION_MAX);
+        KIV_ERR_AT(37, fn, "item(%s) should not bigger than %d.\n", key, SRCBUF_TO_FUSION_MAX);
         *value = 0;
     }
     return 0;
@@ -147,10 +147,10 @@ static int32_t check_chan_id(const char *fn, const char *, uint32_t *value)
 {
     int32_t id = static_cast<int32_t>(*value);
     if (id < 0 || id >= KIV_MAX_CHAN) {
-        KIV_ERR(fn,
-                "invalid channel id(%d) which is >= CONFIG_QUENTARIS_MAX_CHANNEL_NUM[%d].\nYou "
-                "might need to increase CONFIG_QUENTARIS_MAX_CHANNEL_NUM through menuconfig.\n",
-                id, KIV_MAX_CHAN);
+        KIV_ERR_AT(150, fn,
+                   "invalid channel id(%d) which is >= CONFIG_QUENTARIS_MAX_CHANNEL_NUM[%d].\nYou "
+                   "might need to increase CONFIG_QUENTARIS_MAX_CHANNEL_NUM through menuconfig.\n",
+                   id, KIV_MAX_CHAN);
         return -1;
     }
     return 0;
@@ -168,8 +168,8 @@ int32_t kiv_get_img_stats_src_chan_id(lua_State *L, kiv_channel_cfg *chan)
     char value[32];
     if (kiv_get_string_item_str(L, KEY, value, sizeof value) != 0) {
         chan->img_stats_src_chan = chan->id;
-        KIV_WARN(SFN, "item(%s) of channel(%d) doesn't exist, default to %d\n", KEY, chan->id,
-                 chan->id);
+        KIV_WARN_AT(171, SFN, "item(%s) of channel(%d) doesn't exist, default to %d\n", KEY,
+                    chan->id, chan->id);
         return 0;
     }
     for (int i = 0; i < KIV_MAX_CHAN; ++i) {
@@ -180,7 +180,7 @@ int32_t kiv_get_img_stats_src_chan_id(lua_State *L, kiv_channel_cfg *chan)
             return 0;
         }
     }
-    KIV_ERR(SFN, "invalid item(%s) value(%s)\n", KEY, value);
+    KIV_ERR_AT(183, SFN, "invalid item(%s) value(%s)\n", KEY, value);
     chan->img_stats_src_chan = 0xFF;
     return -2;
 }
@@ -218,13 +218,13 @@ static int32_t read_channel(lua_State *L, kiv_multi_chan_cfg *cfg)
         kiv_note_unread(FURTHER, 1);
     }
     if (kiv_get_pyramid_cfg(L, &chan) != 0)
-        KIV_WARN(FN, "pyramid of channel(%d) doen't exist\n", chan.id);
+        KIV_WARN_AT(221, FN, "pyramid of channel(%d) doen't exist\n", chan.id);
     if (kiv_get_vsrc_cfg(L, &chan.vsrc) != 0) {
-        KIV_ERR(FN, "get vsrc config of channel(%d) error\n", chan.id);
+        KIV_ERR_AT(223, FN, "get vsrc config of channel(%d) error\n", chan.id);
         return -2;
     }
     if (kiv_get_img_stats_src_chan_id(L, &chan) != 0) {
-        KIV_ERR(FN, "get img_stats_src_chan of channel(%d) error\n", chan.id);
+        KIV_ERR_AT(227, FN, "get img_stats_src_chan of channel(%d) error\n", chan.id);
         return -2;
     }
     kiv_get_multi_region_warp(L, &chan);
@@ -239,7 +239,7 @@ int32_t kiv_get_channel_cfg(lua_State *L, kiv_multi_chan_cfg *cfg)
     KIV_STACK_GUARD(L);
     const int32_t n = kiv_get_array_item_num_str(L, "channels");
     if (n == 0 || !kiv_enter_str(L, "channels")) {
-        KIV_ERR(FN, "no channel config found\n");
+        KIV_ERR_AT(242, FN, "no channel config found\n");
         return -2;
     }
     for (int32_t k = 0; k < n; ++k) {
@@ -249,7 +249,7 @@ int32_t kiv_get_channel_cfg(lua_State *L, kiv_multi_chan_cfg *cfg)
             kiv_leave(L);
         } else {
             // An element that is not a table is a channel without an id.
-            KIV_ERR(FN, "item(%s) doesn't exist.\n", "id");
+            KIV_ERR_AT(252, FN, "item(%s) doesn't exist.\n", "id");
             ret = -2;
         }
         if (ret != 0) {
@@ -260,15 +260,15 @@ int32_t kiv_get_channel_cfg(lua_State *L, kiv_multi_chan_cfg *cfg)
     kiv_leave(L);
 
     if (n > KIV_MAX_CHAN) {
-        KIV_ERR(FN, "chan_num(%d) is larger than the max supported channel num(%d)\n", n,
-                KIV_MAX_CHAN);
+        KIV_ERR_AT(263, FN, "chan_num(%d) is larger than the max supported channel num(%d)\n", n,
+                   KIV_MAX_CHAN);
         return -2;
     }
     cfg->chan_num = static_cast<uint8_t>(n);
     // The ids of the n tables must be exactly 0 .. n-1, in any order.
     for (int32_t i = 0; i < n; ++i) {
         if (cfg->channels[i].id >= n) {
-            KIV_ERR(FN, "invalid channel id(%d) in channel(%d)\n", cfg->channels[i].id, i);
+            KIV_ERR_AT(271, FN, "invalid channel id(%d) in channel(%d)\n", cfg->channels[i].id, i);
             return -1;
         }
     }

@@ -56,7 +56,7 @@ static int32_t read_size(lua_State *L, const char *key, uint32_t *size)
 {
     int32_t n = kiv_read_uint_array(L, key, size, 2);
     if (n < 2) {
-        KIV_ERR(FN, "Wrong item num(%d) in item(%s).\n", n, key);
+        KIV_ERR_AT(59, FN, "Wrong item num(%d) in item(%s).\n", n, key);
         return -1;
     }
     return 0;
@@ -68,13 +68,13 @@ static int32_t read_sizes(lua_State *L, kiv_pyramid_cfg *p)
         if (read_size(L, "rescale_size", p->rescale_size) != 0)
             return -1;
     } else {
-        KIV_WARN(FN, "item(%s) doesn't exist, set 0x0 by default.\n", "rescale_size");
+        KIV_WARN_AT(71, FN, "item(%s) doesn't exist, set 0x0 by default.\n", "rescale_size");
         p->rescale_size[0] = p->rescale_size[1] = 0;
     }
     if (kiv_is_item_exist_str(L, "max_rescale_size"))
         return read_size(L, "max_rescale_size", p->max_rescale_size);
-    KIV_WARN(FN, "item(%s) doesn't exist, set %dx%d by default.\n", "max_rescale_size",
-             p->rescale_size[0], p->rescale_size[1]);
+    KIV_WARN_AT(76, FN, "item(%s) doesn't exist, set %dx%d by default.\n", "max_rescale_size",
+                p->rescale_size[0], p->rescale_size[1]);
     p->max_rescale_size[0] = p->rescale_size[0];
     p->max_rescale_size[1] = p->rescale_size[1];
     return 0;
@@ -96,7 +96,7 @@ static int32_t read_layers(lua_State *L, kiv_pyramid_cfg *p)
             kiv_leave(L);
         }
         if (n < 4) {
-            KIV_ERR(FN, "Wrong item num(%d) in item(%s) of index(%d)\n", n, "crop_win", i);
+            KIV_ERR_AT(99, FN, "Wrong item num(%d) in item(%s) of index(%d)\n", n, "crop_win", i);
             kiv_leave(L);
             return -1;
         }
@@ -122,7 +122,7 @@ int32_t kiv_get_pyramid_cfg(lua_State *L, kiv_channel_cfg *chan)
     KIV_STACK_GUARD(L);
     // A pyramid item that is not a table is reported like an absent one.
     if (!kiv_enter_str(L, "pyramid")) {
-        KIV_WARN(FN, "item(%s) doesn't exist\n", "pyramid");
+        KIV_WARN_AT(125, FN, "item(%s) doesn't exist\n", "pyramid");
         return -1;
     }
     int32_t ret = read_pyramid(L, &chan->pyramid);

@@ -40,7 +40,7 @@ int32_t parse_src_buffer_cfg(lua_State *L, int32_t chan_id, int32_t pass_id, kiv
 {
     KIV_STACK_GUARD(L);
     if (pass_id >= PASS_NUM) {
-        KIV_ERR("parse_src_buffer_cfg", "invalid pass ID %d\n", pass_id);
+        KIV_ERR_AT(43, "parse_src_buffer_cfg", "invalid pass ID %d\n", pass_id);
         return -1;
     }
     for (int b = 0; b < KIV_SRC_BUF_NUM; ++b) {
@@ -51,8 +51,8 @@ int32_t parse_src_buffer_cfg(lua_State *L, int32_t chan_id, int32_t pass_id, kiv
             kiv_leave(L);
         }
         if (!read && pass_id == 0 && b == 0) {
-            KIV_ERR("parse_src_buffer_cfg",
-                    "can't get source buffer(%d) of pass %d for channel(%d).\n", 0, 0, chan_id);
+            KIV_ERR_AT(54, "parse_src_buffer_cfg",
+                       "can't get source buffer(%d) of pass %d for channel(%d).\n", 0, 0, chan_id);
             return -2;
         }
     }
@@ -74,7 +74,7 @@ int32_t kiv_get_src_buf_passes(lua_State *L, kiv_channel_cfg *chan)
         char name[32];
         kiv_format_name(name, sizeof name, "pass_", p);
         if (!kiv_enter_str(L, name)) {
-            KIV_ERR(FN, "item(%s) doesn't exist!\n", name);
+            KIV_ERR_AT(77, FN, "item(%s) doesn't exist!\n", name);
             return -2;
         }
         int32_t ret =

@@ -7,7 +7,7 @@
 KIV_API int32_t kiv_init(kiv_multi_chan_cfg *cfg)
 {
     if (!cfg) {
-        KIV_ERR("kiv_init", "the 1st is NULL\n");
+        KIV_ERR_AT(10, "kiv_init", "the 1st is NULL\n");
         return -1;
     }
     memset(cfg, 0, sizeof *cfg);

@@ -46,12 +46,12 @@ static int32_t read_group(lua_State *L, kiv_multi_chan_cfg *cfg, int32_t g, uint
     for (int32_t k = 0; k < m; ++k) {
         char name[32];
         if (kiv_get_string_item_int(L, k, name, sizeof name) != 0) {
-            KIV_ERR(FN, "item of index(%d) does not exist.\n", k);
+            KIV_ERR_AT(49, FN, "item of index(%d) does not exist.\n", k);
             return -2;
         }
         const int32_t c = channel_of(name, chans);
         if (c < 0) {
-            KIV_ERR(FN, "item %s does not exist.\n", name);
+            KIV_ERR_AT(54, FN, "item %s does not exist.\n", name);
             return -1;
         }
         *mask = static_cast<uint8_t>(*mask | 1u << c);
@@ -81,8 +81,9 @@ static int32_t read_groups(lua_State *L, kiv_multi_chan_cfg *cfg, int32_t n)
     static const int32_t PAIRS[][2] = {{0, 1}, {0, 2}, {1, 2}};
     for (const auto &p : PAIRS) {
         if (p[1] < n && (masks[p[0]] & masks[p[1]])) {
-            KIV_ERR(FN, "Can not specify the same channel to group %d[0x%x] and group %d[0x%x].\n",
-                    p[0], masks[p[0]], p[1], masks[p[1]]);
+            KIV_ERR_AT(84, FN,
+                       "Can not specify the same channel to group %d[0x%x] and group %d[0x%x].\n",
+                       p[0], masks[p[0]], p[1], masks[p[1]]);
             return -1;
         }
     }
@@ -99,7 +100,7 @@ int32_t kiv_get_chan_grp_cfg(lua_State *L, kiv_multi_chan_cfg *cfg)
     // the channel parser), so that there is a mask for every group.
     const int32_t chans = channel_count(cfg);
     if (n > chans) {
-        KIV_ERR(FN, "chan group num(%d) cannot exceed chan num(%d).\n", n, chans);
+        KIV_ERR_AT(102, FN, "chan group num(%d) cannot exceed chan num(%d).\n", n, chans);
         return -2;
     }
     if (!kiv_enter_str(L, "chan_groups"))

@@ -19,8 +19,8 @@ static int32_t check_chan_num(const char *fn, const char *, uint32_t *value)
 {
     const int32_t v = static_cast<int32_t>(*value);
     if (v < 1 || v > MAX_CHANNELS) {
-        KIV_ERR(fn, "Invalid max_chan_num %d, should be in the range of (0,%d]!\n", v,
-                MAX_CHANNELS);
+        KIV_ERR_AT(22, fn, "Invalid max_chan_num %d, should be in the range of (0,%d]!\n", v,
+                   MAX_CHANNELS);
         return -1;
     }
     return 0;
@@ -31,8 +31,8 @@ static int32_t check_chan_num(const char *fn, const char *, uint32_t *value)
 static int32_t check_stream_num(const char *fn, const char *, uint32_t *value)
 {
     if (*value > static_cast<uint32_t>(MAX_STREAMS)) {
-        KIV_ERR(fn, "Invalid max_stream_num %d, should be in the range of [0,%d]!\n",
-                static_cast<int32_t>(*value), MAX_STREAMS);
+        KIV_ERR_AT(34, fn, "Invalid max_stream_num %d, should be in the range of [0,%d]!\n",
+                   static_cast<int32_t>(*value), MAX_STREAMS);
         return -1;
     }
     return 0;
@@ -135,7 +135,7 @@ static int32_t read_entries(lua_State *L, kiv_mem_cfg_resource *mem, const entry
 {
     const int32_t n = kiv_get_array_item_num_str(L, a.key);
     if (n != count) {
-        kiv_log(KIV_LEVEL_ERROR, a.mismatch, FN, __LINE__, n, count);
+        kiv_log(KIV_LEVEL_ERROR, a.mismatch, FN, 138, n, count);
         return -2;
     }
     if (n == 0 || !kiv_enter_str(L, a.key))
@@ -177,7 +177,7 @@ int32_t kiv_get_mem_cfg_resource(lua_State *L, kiv_multi_chan_cfg *cfg)
     // A value that is not a table has nothing to read: it is handled like a
     // missing layout.
     if (!kiv_enter_str(L, "resource_mem_layout")) {
-        KIV_DBG(FN, "item(%s) doesn't exist\n", "resource_mem_layout");
+        KIV_DBG_AT(180, FN, "item(%s) doesn't exist\n", "resource_mem_layout");
         mem->max_chan_num = 0;
         mem->max_stream_num = 0;
         return 0;

@@ -49,7 +49,7 @@ static void read_list(lua_State *L, const char *key, const char *dc_key, uint32_
         int32_t v[MAX_COEFS];
         int32_t c = kiv_get_array_integers_str(L, key, v, MAX_COEFS);
         if (c == 0)
-            KIV_WARN(FN, "item(%s) doesn't exist\n", key);
+            KIV_WARN_AT(52, FN, "item(%s) doesn't exist\n", key);
         for (int32_t i = 0; i < c && i < MAX_COEFS; ++i)
             coefs[i] = static_cast<uint32_t>(v[i]);
         if (c > 0)
@@ -60,7 +60,7 @@ static void read_list(lua_State *L, const char *key, const char *dc_key, uint32_
         if (kiv_get_integer_item_str(L, dc_key, &v) == 0)
             *dc = static_cast<uint32_t>(v);
         else
-            KIV_WARN(FN, "item(%s) doesn't exist\n", dc_key);
+            KIV_WARN_AT(63, FN, "item(%s) doesn't exist\n", dc_key);
     }
 }
 
@@ -72,7 +72,7 @@ int32_t kiv_read_hevc(lua_State *L, void *ctx)
     // like a missing one.
     if (lua_getglobal(L, "__hevc_scalelist__") != LUA_TTABLE) {
         lua_settop(L, -2);
-        KIV_ERR(FN, "Invalid hevc_scalelist file\n");
+        KIV_ERR_AT(75, FN, "Invalid hevc_scalelist file\n");
         return -1;
     }
     for (int s = 0; s < SIZES; ++s)
@@ -86,7 +86,7 @@ int32_t kiv_read_hevc(lua_State *L, void *ctx)
 KIV_API int32_t kiv_get_hevc_scaling_cfg(const char *path, kiv_hevc_scaling_cfg *cfg)
 {
     if (!path || !cfg) {
-        KIV_ERR(FN, "the 1st or 2nd param is NULL\n");
+        KIV_ERR_AT(89, FN, "the 1st or 2nd param is NULL\n");
         return -1;
     }
     // Cleared before the script runs, and again when the run fails: every

@@ -16,7 +16,7 @@ static const int32_t MAX_STREAMS = 13;
 static int32_t check_id(const char *fn, const char *, uint32_t *value)
 {
     if (*value >= static_cast<uint32_t>(MAX_STREAMS)) {
-        KIV_ERR(fn, "invalid stream id(%d)\n", static_cast<int32_t>(*value));
+        KIV_ERR_AT(19, fn, "invalid stream id(%d)\n", static_cast<int32_t>(*value));
         return -1;
     }
     return 0;
@@ -134,7 +134,7 @@ int32_t kiv_get_stream_cfg(lua_State *L, kiv_multi_chan_cfg *cfg)
     KIV_STACK_GUARD(L);
     const int32_t n = kiv_get_array_item_num_str(L, "streams");
     if (n == 0) {
-        KIV_ERR(FN, "no channel config found\n");
+        KIV_ERR_AT(137, FN, "no channel config found\n");
         return -2;
     }
     // More entries than the record holds streams are refused before anything
@@ -142,8 +142,8 @@ int32_t kiv_get_stream_cfg(lua_State *L, kiv_multi_chan_cfg *cfg)
     // array, or wrap in its 8 bits past 255), and since ids only go up to 12
     // such a list repeats ids anyway.
     if (n > MAX_STREAMS) {
-        KIV_ERR(FN, "stream_num(%d) is larger than the max supported stream num(%d)\n", n,
-                MAX_STREAMS);
+        KIV_ERR_AT(145, FN, "stream_num(%d) is larger than the max supported stream num(%d)\n", n,
+                   MAX_STREAMS);
         return -2;
     }
     if (!kiv_enter_str(L, "streams"))
@@ -155,7 +155,7 @@ int32_t kiv_get_stream_cfg(lua_State *L, kiv_multi_chan_cfg *cfg)
         // An element that is not a table has no keys: it is reported like a
         // table without its id.
         if (!kiv_enter_int(L, k)) {
-            KIV_ERR(FN, "item(%s) doesn't exist.\n", "id");
+            KIV_ERR_AT(158, FN, "item(%s) doesn't exist.\n", "id");
             ret = -2;
             break;
         }

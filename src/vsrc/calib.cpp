@@ -26,7 +26,7 @@ static int push_calib_table(lua_State *L, const char *fn)
     if (lua_getglobal(L, "calib_data") == LUA_TTABLE)
         return 1;
     lua_settop(L, -2);
-    KIV_ERR(fn, "Invalid calibrate data config file\n");
+    KIV_ERR_AT(29, fn, "Invalid calibrate data config file\n");
     return 0;
 }
 
@@ -73,7 +73,7 @@ int32_t kiv_read_calib_count(lua_State *L, void *ctx)
 KIV_API int32_t kiv_get_calib_data_size(const char *path)
 {
     if (!path) {
-        KIV_ERR(FN_SIZE, "the lua file is NULL\n");
+        KIV_ERR_AT(76, FN_SIZE, "the lua file is NULL\n");
         return 0;
     }
     int32_t count = 0;
@@ -99,17 +99,17 @@ static int32_t read_item(lua_State *L, uint32_t index, kiv_calib_data_item *item
 {
     KIV_STACK_GUARD(L);
     if (lua_type(L, -1) != LUA_TTABLE) {
-        KIV_ERR(FN_LOAD, "calib_data item(%u) is not a table.\n", index);
+        KIV_ERR_AT(102, FN_LOAD, "calib_data item(%u) is not a table.\n", index);
         return -2;
     }
     lua_pushnil(L);
     if (lua_next(L, -2) == 0) {
-        KIV_ERR(FN_LOAD, "Could not find addr.\n");
+        KIV_ERR_AT(107, FN_LOAD, "Could not find addr.\n");
         return -2;
     }
     item->addr = pop_number(L);
     if (lua_next(L, -2) == 0) {
-        KIV_ERR(FN_LOAD, "Could not find data.\n");
+        KIV_ERR_AT(112, FN_LOAD, "Could not find data.\n");
         return -2;
     }
     item->data = pop_number(L);
@@ -129,7 +129,7 @@ int32_t kiv_read_calib_items(lua_State *L, void *ctx)
     for (uint32_t i = 0; i < c->data_size; ++i) {
         kiv_run_spend(L, 3 * KIV_READ_COST); // the item and its two numbers
         if (lua_next(L, base) == 0) {
-            KIV_ERR(FN_LOAD, "Could not find item.\n");
+            KIV_ERR_AT(132, FN_LOAD, "Could not find item.\n");
             ret = -2;
             break;
         }
@@ -147,11 +147,11 @@ KIV_API int32_t kiv_load_calib_data(const char *path, kiv_calib_data_item *items
                                     uint32_t data_size)
 {
     if (!path || !items) {
-        KIV_ERR(FN_LOAD, "the 1st or 2nd param is NULL\n");
+        KIV_ERR_AT(150, FN_LOAD, "the 1st or 2nd param is NULL\n");
         return -1;
     }
     if (data_size == 0) {
-        KIV_ERR(FN_LOAD, "data_size is 0\n");
+        KIV_ERR_AT(154, FN_LOAD, "data_size is 0\n");
         return -1;
     }
     kiv_calib_load ctx{items, data_size};

@@ -26,7 +26,7 @@ static int32_t take_video_type(const char *fn, const char *, void *rec, const ch
     kiv_vsrc_cfg *vsrc = static_cast<kiv_vsrc_cfg *>(rec);
     const kiv_name_id *row = kiv_find_name(video_type_table, KIV_VIDEO_TYPE_NUM, s);
     if (!row) {
-        KIV_ERR(fn, "invalid video_type(%s) for vsrc(%d)\n", s, vsrc->vsrc_id);
+        KIV_ERR_AT(29, fn, "invalid video_type(%s) for vsrc(%d)\n", s, vsrc->vsrc_id);
         return -2;
     }
     vsrc->virt_mode_cfg.video_type = static_cast<uint32_t>(row->id);
@@ -75,8 +75,8 @@ static int32_t read_virt_mode(lua_State *L, kiv_vsrc_cfg *vsrc)
     // Both rates are compared, and printed, in thousandths of a frame per
     // second: the unit they are stored in.
     if (virt.default_fps > virt.max_fps) {
-        KIV_ERR(FN, "The default_fps[%d] can't be greater than max_fps[%d] for vsrc_(%d)\n",
-                virt.default_fps, virt.max_fps, vsrc->vsrc_id);
+        KIV_ERR_AT(78, FN, "The default_fps[%d] can't be greater than max_fps[%d] for vsrc_(%d)\n",
+                   virt.default_fps, virt.max_fps, vsrc->vsrc_id);
         return -2;
     }
     return kiv_read_keys(L, FN, vsrc, mode_keys) != 0 ? -2 : 0;

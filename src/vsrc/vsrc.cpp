@@ -68,7 +68,7 @@ int32_t kiv_get_vin_mode(const char *name)
 {
     const kiv_name_id *row = kiv_find_name(vin_mode_table, KIV_VIN_MODE_NUM, name);
     if (!row) {
-        KIV_ERR("kiv_get_vin_mode", "vin mode '%s' not found\n", name);
+        KIV_ERR_AT(71, "kiv_get_vin_mode", "vin mode '%s' not found\n", name);
         return -2;
     }
     return row->id;
@@ -78,7 +78,7 @@ int32_t kiv_take_hdr_mode(const char *fn, const kiv_vsrc_cfg *vsrc, const char *
 {
     const kiv_name_id *row = kiv_find_name(hdr_mode_table, KIV_HDR_MODE_NUM, s);
     if (!row) {
-        KIV_ERR(fn, "invalid hdr_mode(%s) for vsrc(%d)\n", s, vsrc->vsrc_id);
+        KIV_ERR_AT(81, fn, "invalid hdr_mode(%s) for vsrc(%d)\n", s, vsrc->vsrc_id);
         return -1;
     }
     *field = static_cast<uint32_t>(row->id);
@@ -91,7 +91,8 @@ int32_t kiv_take_hdr_mode(const char *fn, const kiv_vsrc_cfg *vsrc, const char *
 static int32_t check_vsrc_id(const char *fn, const char *key, uint32_t *value)
 {
     if (*value >= KIV_VSRC_ID_NUM) {
-        KIV_ERR(fn, "invalid %s(%u), it must be less than %d.\n", key, *value, KIV_VSRC_ID_NUM);
+        KIV_ERR_AT(94, fn, "invalid %s(%u), it must be less than %d.\n", key, *value,
+                   KIV_VSRC_ID_NUM);
         return -2;
     }
     return 0;
@@ -118,8 +119,8 @@ static int32_t take_calib(const char *fn, const char *key, void *rec, const char
     kiv_vsrc_cfg *vsrc = static_cast<kiv_vsrc_cfg *>(rec);
     size_t len = strlen(s);
     if (len >= sizeof vsrc->calib_data) {
-        KIV_ERR(fn, "item(%s) is longer than %d characters.\n", key,
-                static_cast<int>(sizeof vsrc->calib_data - 1));
+        KIV_ERR_AT(121, fn, "item(%s) is longer than %d characters.\n", key,
+                   static_cast<int>(sizeof vsrc->calib_data - 1));
         return -2;
     }
     memset(vsrc->calib_data, 0, sizeof vsrc->calib_data);
@@ -175,7 +176,8 @@ int32_t kiv_get_vsrc_cfg(lua_State *L, kiv_vsrc_cfg *vsrc)
         // The mode of a source with a virtual mode is VIN_MODE_VIRTUAL,
         // whether its virtual mode could be read or not.
         if (!kiv_is_item_exist_str(L, "virt_mode_cfg") || kiv_get_virt_mode_cfg(L, vsrc) != 0) {
-            KIV_ERR(FN, "The virtual mode config is incorrect for vsrc_id[%d]!", vsrc->vsrc_id);
+            KIV_ERR_AT(178, FN, "The virtual mode config is incorrect for vsrc_id[%d]!",
+                       vsrc->vsrc_id);
             ret = -2;
         }
         vsrc->mode = VIN_MODE_VIRTUAL;
