@@ -4,6 +4,8 @@
 // files away.
 #include "kiv_test.h"
 
+#include "core/pool.h" // KIV_ASAN
+
 #include <csignal>
 #include <cstdlib>
 #include <dirent.h>
@@ -310,6 +312,74 @@ TEST_F(DumpFile, FailedWritesLeaveNoPartialFile)
     }
 }
 
+// Standard output may be a file under a size limit too: the dump measures
+// its text first and writes it whole or not at all, the log leaves out the
+// lines that would cross the limit, and the caller is never sent SIGXFSZ.
+TEST_F(DumpFile, StandardOutputUnderASizeLimit)
+{
+    const std::string out_file = at("out.txt"), missing = at("missing/cfg.lua");
+    const std::string refused =
+        err(FN, "write to console failed (File too large), nothing was written\n");
+    const rlim_t whole = text.size() + 4096;
+    const struct {
+        const char *what;
+        size_t before; // bytes already in the file
+        rlim_t limit;
+        const char *path; // null: standard output asked for
+        std::string left; // what the call adds to the file
+    } cases[] = {
+        {"standard output asked for", 0, 4096, nullptr, refused},
+        {"the fallback of a path that cannot be opened", 0, 4096, missing.c_str(),
+         err(FN, "Open file [" + missing + "] error, output to console\n") + refused},
+        {"no room even for the log's line", 4000, 4096, nullptr, ""},
+        {"room for the whole text", 100, whole, nullptr, text},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.what);
+        write(out_file, std::string(c.before, '#'));
+        EXPECT_EQ(child(
+                      0,
+                      [&] {
+                          const int fd = open(out_file.c_str(), O_WRONLY | O_APPEND);
+                          if (fd < 0 || dup2(fd, STDOUT_FILENO) < 0)
+                              return 98;
+                          close(fd);
+                          return kiv_dump_multi_chan_cfg(&cfg, c.path);
+                      },
+                      nullptr, c.limit),
+                  0);
+        EXPECT_EQ(mask_lines(read_file(out_file).substr(c.before)), c.left);
+    }
+    // A load's log: the lines that would cross the limit are left out
+    // whole, those before them are there.
+    auto log_under = [&](rlim_t limit) {
+        write(out_file, "");
+        EXPECT_EQ(child(
+                      0,
+                      [&] {
+                          const int fd = open(out_file.c_str(), O_WRONLY);
+                          if (fd < 0 || dup2(fd, STDOUT_FILENO) < 0)
+                              return 98;
+                          close(fd);
+                          kiv_multi_chan_cfg loaded;
+                          return kiv_get_multi_chan_cfg(example("three_channel_4k.lua").c_str(),
+                                                        &loaded);
+                      },
+                      nullptr, limit),
+                  0);
+        return read_file(out_file);
+    };
+    const std::string full = log_under(RLIM_INFINITY);
+    ASSERT_GT(full.size(), 1000u);
+    for (rlim_t limit : {300, 1000}) {
+        const std::string cut = log_under(limit);
+        EXPECT_LE(cut.size(), limit);
+        EXPECT_GT(cut.size() + 256, limit);
+        EXPECT_EQ(full.compare(0, cut.size(), cut), 0);
+        EXPECT_EQ(full[cut.size() - 1], '\n');
+    }
+}
+
 // No descriptor the dump opens is inherited by a program that another thread
 // starts meanwhile: the one it opens on a FIFO, seen while it writes.
 TEST_F(DumpFile, DescriptorsAreCloseOnExec)
@@ -355,7 +425,7 @@ TEST_F(DumpFile, DescriptorsAreCloseOnExec)
 // 128 KiB on some) and an overflow faults.
 TEST_F(DumpFile, RunsOnA16KiBStack)
 {
-#if defined(__SANITIZE_ADDRESS__)
+#if defined(KIV_ASAN)
     GTEST_SKIP() << "AddressSanitizer's stack frames are several times larger";
 #endif
     const size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE)), size = 16384;

@@ -144,10 +144,10 @@ TEST_F(Bounds, EveryHostileScriptEndsAtItsBound)
     } cases[] = {
         {nested + "}\n", "not enough memory", UINT32_MAX},
         // A recursion that builds tables keeps the collector walking a deep
-        // stack until the memory cap, a second at least: the budget counts
-        // what it allocates and each collection the cap forces.
+        // stack until the memory cap, a second at least: the stack it grows
+        // finds no room once the slabs of its tables fill the cap.
         {read_file(KIV_SOURCE_DIR "/fuzz/regressions/deep-recursion-slow-gc.lua"),
-         "script exceeded the instruction limit", UINT32_MAX},
+         "not enough memory", UINT32_MAX},
     };
     kiv_multi_chan_cfg cfg;
     for (const auto &c : cases) {
@@ -197,6 +197,14 @@ TEST_F(Bounds, RunEndsWithTheMessageOfWhatStoppedIt)
         {"x = 1", raise_table, {}, "(error object is a table value)"},
         {chunk, read_nothing, {}, ""},
         {chunk, read_nothing, {.text_only = 1}, "attempt to load a binary chunk (mode is 't')"},
+        // A first line starting with '#' is skipped, its end kept for the
+        // line numbers, and it is charged and bounded like any text.
+        {"#!/bin/kiv\nx = = 1", read_nothing, {}, "PATH:2: unexpected symbol near '='"},
+        {"#" + std::string(8 << 20, 'x'),
+         read_nothing,
+         {.instructions = 1000000},
+         "script exceeded the instruction limit"},
+        {"\xEF\xBB\xBF#" + std::string(8 << 20, 'x') + "\nx = 1", read_nothing, {}, ""},
     };
     for (const auto &c : cases) {
         kiv_set_run_limits(c.limits);
@@ -204,10 +212,24 @@ TEST_F(Bounds, RunEndsWithTheMessageOfWhatStoppedIt)
         int32_t ret = 0;
         std::string log =
             masked([&] { ret = kiv_run_script("run", path.c_str(), c.read, nullptr, -5, -7); });
+        std::string message = c.message;
+        if (message.starts_with("PATH"))
+            message.replace(0, 4, path);
         EXPECT_EQ(ret, c.message.empty() ? 0 : -7) << c.message;
-        EXPECT_EQ(log,
-                  c.message.empty() ? "" : err("run", "lua error msg is " + c.message + ".\n"));
+        EXPECT_EQ(log, c.message.empty() ? "" : err("run", "lua error msg is " + message + ".\n"));
     }
+    // A first line without end, 2 GiB of a file that takes no disk: read to
+    // the instruction limit and no further.
+    kiv_set_run_limits({});
+    const std::string sparse = script("#");
+    ASSERT_EQ(truncate(sparse.c_str(), off_t{2} << 30), 0);
+    int32_t ret = 0;
+    std::string log =
+        masked([&] { ret = kiv_run_script("run", sparse.c_str(), read_nothing, nullptr, -5, -7); });
+    EXPECT_EQ(ret, -7);
+    EXPECT_EQ(log, err("run", "lua error msg is script exceeded the instruction limit.\n"));
+    EXPECT_LE(kiv_last_run_use().source_bytes,
+              uint64_t{KIV_LUA_INSTRUCTION_LIMIT} * KIV_SOURCE_BYTES_PER_UNIT + BUFSIZ);
 }
 
 // A state so small that the reading step itself cannot allocate its key
@@ -231,7 +253,7 @@ TEST_F(Bounds, ReadingStepRunsOutOfMemoryCleanly)
 }
 
 // The state's allocator: contents survive every move between classes and
-// to and from the C library, freed blocks are reused, the slab limit holds,
+// to and from the C library, freed blocks are reused, the limit holds,
 // and a block that shrinks always finds a place.
 TEST(Pool, MovesReuseAndLimits)
 {
@@ -259,6 +281,23 @@ TEST(Pool, MovesReuseAndLimits)
     EXPECT_LE(blocks.size() * 512, 64u * 1024);
     EXPECT_NE(kiv_pool_realloc(&p, blocks.back(), 512, 16), nullptr);
     kiv_pool_release(&p);
+
+    // The limit is on what the pool holds, its slabs and the larger blocks:
+    // blocks of one class that were freed stay in their slabs and leave no
+    // room for the slabs of another class, nor for a larger block.
+    kiv_pool q;
+    kiv_pool_init(&q, 1 << 20);
+    blocks.clear();
+    while (void *b32 = kiv_pool_realloc(&q, nullptr, 0, 32))
+        blocks.push_back(b32);
+    EXPECT_GT(blocks.size() * 32, 900u * 1024);
+    for (void *b32 : blocks)
+        kiv_pool_realloc(&q, b32, 32, 0);
+    EXPECT_EQ(kiv_pool_realloc(&q, nullptr, 0, 64), nullptr);
+    EXPECT_EQ(kiv_pool_realloc(&q, nullptr, 0, 100000), nullptr);
+    EXPECT_NE(kiv_pool_realloc(&q, nullptr, 0, 20), nullptr); // a freed block of its class
+    EXPECT_LE(kiv_pool_held(&q), 1u << 20);
+    kiv_pool_release(&q);
 }
 
 // A pool given the caller's memory as its first slab carves blocks of every
@@ -392,7 +431,7 @@ class painted_stack
 // painted stack each used is printed, the figures of the docs.
 TEST_F(Bounds, DeepestNestingLoadsOnTheStatedStack)
 {
-#if defined(__SANITIZE_ADDRESS__)
+#if defined(KIV_ASAN)
     GTEST_SKIP() << "AddressSanitizer's stack frames are several times larger";
 #endif
     painted_stack stack(LOAD_STACK);
@@ -416,7 +455,7 @@ TEST_F(Bounds, DeepestNestingLoadsOnTheStatedStack)
 // deployed configuration, at the log level that prints the most.
 TEST_F(Bounds, OrdinaryScriptsLoadOnA32KiBStack)
 {
-#if defined(__SANITIZE_ADDRESS__)
+#if defined(KIV_ASAN)
     GTEST_SKIP() << "AddressSanitizer's stack frames are several times larger";
 #endif
     painted_stack stack(32 * 1024);

@@ -1,5 +1,7 @@
 // The dump: writes a record back as a multi-channel script.
+#include <errno.h>
 #include <stdio.h>
+#include <string.h>
 
 #include "core/export.h"
 #include "core/log.h"
@@ -45,19 +47,33 @@ void kiv_write_script(FILE *out, const void *ctx)
 KIV_API int32_t kiv_dump_multi_chan_cfg(const kiv_multi_chan_cfg *cfg, const char *path)
 {
     if (!cfg) {
-        KIV_ERR(FN, "the 1st param is NULL\n");
+        KIV_ERR_AT(48, FN, "the 1st param is NULL\n");
         return -1;
     }
     // A failed write is not a failure of the dump: the file writer has said
     // what is left at the path.  A path that cannot be written at all gets
     // the script on standard output instead.
-    if (path) {
-        if (kiv_write_file(FN, path, kiv_write_script, cfg) != KIV_FILE_NOT_OPENED)
-            return 0;
-        KIV_ERR(FN, "Open file [%s] error, output to console\n", path);
-    }
+    if (path && kiv_write_file(FN, path, kiv_write_script, cfg) != KIV_FILE_NOT_OPENED)
+        return 0;
+    // Standard output may be a file under a size limit, and a write past
+    // the limit would end the caller (SIGXFSZ): the text is measured first
+    // and refused whole where it would not fit.  The log goes to standard
+    // output too, so a line is logged only where any line fits (none is
+    // longer than 255 characters).
     flockfile(stdout);
-    kiv_write_script(nullptr, cfg);
+    constexpr uint64_t LINE = 256;
+    if (path && kiv_stdout_room() >= LINE)
+        KIV_ERR_AT(57, FN, "Open file [%s] error, output to console\n", path);
+    uint64_t length = 0;
+    const uint64_t room = kiv_stdout_room();
+    const int err = room == UINT64_MAX ? 0 : kiv_text_length(kiv_write_script, cfg, &length);
+    if (err == 0 && length <= room)
+        kiv_write_script(nullptr, cfg);
+    else if (room >= LINE) {
+        char why[64];
+        KIV_ERR_AT(74, FN, "write to console failed (%s), nothing was written\n",
+                   strerror_r(err ? err : EFBIG, why, sizeof why));
+    }
     funlockfile(stdout);
     return 0;
 }

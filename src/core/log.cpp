@@ -8,6 +8,7 @@
 #include "core/access.h"
 #include "core/fmt.h"
 #include "core/run.h"
+#include "core/safe_file.h"
 #include "kiv.h"
 
 // Plain bytes in behaviour; atomic (relaxed) only so that loads running in
@@ -45,8 +46,23 @@ void kiv_log_write(const char *text, size_t n)
     if (w && w->log)
         w->log(w->ctx, text, n);
     else if (!kiv_run_log(text, n))
-        fwrite(text, 1, n, stdout);
+        kiv_log_out(text, n);
     kiv_run_spend_log();
+}
+
+void kiv_log_out(const char *text, size_t n)
+{
+    // Standard output may be a file under a size limit, and a write past
+    // the limit would end the caller (SIGXFSZ): the lines that would cross
+    // it are left out.
+    flockfile(stdout);
+    const uint64_t room = kiv_stdout_room();
+    if (n > room) {
+        const void *end = memrchr(text, '\n', static_cast<size_t>(room));
+        n = end ? static_cast<size_t>(static_cast<const char *>(end) - text) + 1 : 0;
+    }
+    fwrite_unlocked(text, 1, n, stdout);
+    funlockfile(stdout);
 }
 
 namespace

@@ -34,6 +34,9 @@ void kiv_log_absent(const char *prefix, size_t prefix_len, const char *key, size
 // Writes a finished log text: into the buffer of the run in progress on
 // this thread (written out before the run returns), or to standard output.
 void kiv_log_write(const char *text, size_t n);
+// Writes log lines to standard output, all but those that would cross the
+// file size limit of a file there (which would end the process).
+void kiv_log_out(const char *text, size_t n);
 
 // The log level: the highest message level that is printed (initially 1).
 void kiv_set_log_level(int32_t level);
@@ -59,22 +62,16 @@ void kiv_set_loading(const kiv_multi_chan_cfg *cfg);
 // process-wide flag when a parser runs outside a load.
 uint8_t kiv_rate_hp_fps(void);
 
-// The same with the line number given: for the messages of the access
-// layer, the key reader, the run frame and the source binding, whose numbers
-// are fixed (the line each had when the log was last settled) so that the
-// log stays the same byte for byte while the code around them changes.
+// Every message names the source line of its call as the log has always
+// given it: a fixed number written at the call, not __LINE__, so that the
+// log stays the same byte for byte while the code around the calls changes
+// and whichever compiler builds it (two compilers give __LINE__ differently
+// inside a call that spans lines).
 #define KIV_ERR_AT(line, fn, text, ...)                                                            \
     kiv_log(KIV_LEVEL_ERROR, "KIV_ERROR:: %s(%d): " text, fn, line __VA_OPT__(, ) __VA_ARGS__)
 #define KIV_WARN_AT(line, fn, text, ...)                                                           \
     kiv_log(KIV_LEVEL_WARN, "KIV_WARN:: %s(%d): " text, fn, line __VA_OPT__(, ) __VA_ARGS__)
 #define KIV_DBG_AT(line, fn, text, ...)                                                            \
     kiv_log(KIV_LEVEL_DEBUG, "KIV_DEBUG:: %s(%d): " text, fn, line __VA_OPT__(, ) __VA_ARGS__)
-
-#define KIV_ERR(fn, text, ...)                                                                     \
-    kiv_log(KIV_LEVEL_ERROR, "KIV_ERROR:: %s(%d): " text, fn, __LINE__ __VA_OPT__(, ) __VA_ARGS__)
-#define KIV_WARN(fn, text, ...)                                                                    \
-    kiv_log(KIV_LEVEL_WARN, "KIV_WARN:: %s(%d): " text, fn, __LINE__ __VA_OPT__(, ) __VA_ARGS__)
-#define KIV_DBG(fn, text, ...)                                                                     \
-    kiv_log(KIV_LEVEL_DEBUG, "KIV_DEBUG:: %s(%d): " text, fn, __LINE__ __VA_OPT__(, ) __VA_ARGS__)
 
 #endif

@@ -42,6 +42,13 @@ void push_free(kiv_pool *p, void *b, size_t c)
     KIV_POISON(b, class_size(c));
 }
 
+// What the pool may still take (none once a forced slab took it past).
+size_t room(const kiv_pool *p)
+{
+    const size_t held = kiv_pool_held(p);
+    return held < p->limit ? p->limit - held : 0;
+}
+
 // Slab s of `size` bytes is the one to carve from now; the next is twice
 // as large.
 void carve(kiv_pool *p, slab *s, size_t size)
@@ -57,12 +64,12 @@ void carve(kiv_pool *p, slab *s, size_t size)
 }
 
 // A new slab to carve from; what is left of the current one goes to the
-// free lists.  `force`: past the slab limit too (a block that shrinks must
+// free lists.  `force`: past the limit too (a block that shrinks must
 // find a place).
 bool add_slab(kiv_pool *p, bool force)
 {
     size_t size = p->next_slab;
-    if (!force && p->slab_bytes + size > p->slab_limit)
+    if (!force && size > room(p))
         return false;
     slab *s = static_cast<slab *>(malloc(size));
     ++p->heap_calls;
@@ -103,24 +110,31 @@ void *small_alloc(kiv_pool *p, size_t c, bool force = false)
     return b;
 }
 
-void *big_alloc(kiv_pool *p, void *ptr, size_t n)
+// A block from the C library, new (ptr null, old 0) or resized.
+void *big_alloc(kiv_pool *p, void *ptr, size_t old, size_t n)
 {
+    if (n > old && n - old > room(p))
+        return nullptr;
     ++p->heap_calls;
-    return realloc(ptr, n);
+    void *b = realloc(ptr, n);
+    if (b)
+        p->big_bytes = p->big_bytes - old + n;
+    return b;
 }
 
-void big_free(kiv_pool *p, void *ptr)
+void big_free(kiv_pool *p, void *ptr, size_t n)
 {
     ++p->heap_calls;
+    p->big_bytes -= n;
     free(ptr);
 }
 
 } // namespace
 
-void kiv_pool_init(kiv_pool *p, size_t slab_limit, void *first, size_t first_size)
+void kiv_pool_init(kiv_pool *p, size_t limit, void *first, size_t first_size)
 {
     memset(p, 0, sizeof *p);
-    p->slab_limit = slab_limit;
+    p->limit = limit;
     p->next_slab = FIRST_SLAB;
     if (first && first_size > HEADER) {
         p->first = first;
@@ -151,22 +165,22 @@ void *kiv_pool_realloc(kiv_pool *p, void *ptr, size_t osize, size_t nsize)
     if (!ptr) {
         if (nsize == 0)
             return nullptr;
-        return nsize <= POOLED ? small_alloc(p, class_of(nsize)) : big_alloc(p, nullptr, nsize);
+        return nsize <= POOLED ? small_alloc(p, class_of(nsize)) : big_alloc(p, nullptr, 0, nsize);
     }
     if (nsize == 0) {
         if (osize <= POOLED)
             push_free(p, ptr, class_of(osize));
         else
-            big_free(p, ptr);
+            big_free(p, ptr, osize);
         return nullptr;
     }
     const bool shrink = nsize < osize;
     if (osize > POOLED && nsize > POOLED)
-        return big_alloc(p, ptr, nsize);
+        return big_alloc(p, ptr, osize, nsize);
     if (osize <= POOLED && nsize <= POOLED && class_of(osize) == class_of(nsize))
         return ptr;
     void *b =
-        nsize <= POOLED ? small_alloc(p, class_of(nsize), shrink) : big_alloc(p, nullptr, nsize);
+        nsize <= POOLED ? small_alloc(p, class_of(nsize), shrink) : big_alloc(p, nullptr, 0, nsize);
     if (!b) {
         // Only a pooled block shrinking within the pool gets here, when even
         // a forced slab cannot be had: it stays where it is, larger than it
@@ -177,6 +191,6 @@ void *kiv_pool_realloc(kiv_pool *p, void *ptr, size_t osize, size_t nsize)
     if (osize <= POOLED)
         push_free(p, ptr, class_of(osize));
     else
-        big_free(p, ptr);
+        big_free(p, ptr, osize);
     return b;
 }

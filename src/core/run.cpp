@@ -1,6 +1,7 @@
 #include "core/run.h"
 
 #include <atomic>
+#include <utility>
 #include <inttypes.h>
 #include <stdio.h>
 #include <errno.h>
@@ -35,6 +36,19 @@ void kiv_set_run_limits(const kiv_run_limits &l)
     g_text_only.store(l.text_only < 0 ? KIV_LUA_TEXT_ONLY != 0 : l.text_only != 0, relaxed);
 }
 
+void kiv_set_text_only(bool text_only)
+{
+    g_text_only.store(text_only, std::memory_order_relaxed);
+}
+
+uint64_t kiv_source_limit(void)
+{
+    const uint64_t instructions = g_instruction_limit.load(std::memory_order_relaxed);
+    return instructions < UINT64_MAX / KIV_SOURCE_BYTES_PER_UNIT
+               ? instructions * KIV_SOURCE_BYTES_PER_UNIT
+               : UINT64_MAX;
+}
+
 kiv_run_counts kiv_get_run_counts(void)
 {
     return {g_created.load(), g_closed.load(), g_heap_calls.load()};
@@ -53,6 +67,20 @@ constexpr int HOOK_PERIOD = 1000;
 // has strings that long.
 constexpr size_t LONG_STRING = 4096;
 constexpr int SHORT_PERIOD = 16;
+// One instruction may also walk a whole table or stack: the length of a
+// table whose hash part holds a chain of integer keys up to the largest
+// integer scans every element from 1, a table that rehashes counts every
+// element, a call or a constructor with a million values moves them all.
+// What one instruction can cost grows with the largest block the state has
+// held, so once a block larger than LARGE_BLOCK has been made, the hook runs
+// every HOOK_PERIOD * LARGE_BLOCK / size instructions (at least every one),
+// and the reading looks at the clock as much more often: between two looks
+// there is never more work than HOOK_PERIOD walks of a LARGE_BLOCK table
+// (about 10 ms here).  The largest configurations (a calibration of 100,000
+// pairs, whose parser tables reach a few MiB) run their few instructions
+// with the hook a few dozen times as often, which costs them well under a
+// millisecond.
+constexpr size_t LARGE_BLOCK = 256 * 1024;
 // The allocator looks at the clock every this many allocations while the
 // parser runs (it runs no instructions, but allocates as it goes).
 constexpr uint32_t ALLOCS_PER_CLOCK = 64;
@@ -93,6 +121,7 @@ struct run_frame {
     kiv_meter meter; // instructions still allowed, everything else included
     int64_t ran;     // instructions run
     int period;      // of the count hook
+    size_t largest;  // the largest block the state has held
     uint64_t allocated;
     size_t alloc_carry; // allocated, not yet charged
     uint64_t source_bytes;
@@ -230,16 +259,29 @@ void charge(run_frame *f, int64_t units)
     f->meter.read_units += units;
 }
 
-// From the first string longer than LONG_STRING on, the hook runs more often.
+// From the first string longer than LONG_STRING, and from the first block
+// larger than LARGE_BLOCK, on, the hook runs more often.
 void frame_hook(lua_State *L, lua_Debug *);
 
-void shorten_period(run_frame *f)
+void shorten_period(run_frame *f, int period)
 {
-    if (f->period == SHORT_PERIOD)
+    if (f->period <= period)
         return;
-    f->period = SHORT_PERIOD;
+    f->period = period;
     if (f->at == stage::running)
-        lua_sethook(f->L, frame_hook, LUA_MASKCOUNT, SHORT_PERIOD);
+        lua_sethook(f->L, frame_hook, LUA_MASKCOUNT, period);
+}
+
+void large_block(run_frame *f, size_t size)
+{
+    f->largest = size;
+    const size_t period = HOOK_PERIOD * LARGE_BLOCK / size;
+    shorten_period(f, period > 0 ? static_cast<int>(period) : 1);
+    const int64_t clock =
+        READ_PER_CLOCK * static_cast<int64_t>(LARGE_BLOCK) / static_cast<int64_t>(size);
+    f->meter.clock_every = clock > 0 ? clock : 1;
+    if (f->meter.to_clock > f->meter.clock_every)
+        f->meter.to_clock = f->meter.clock_every;
 }
 
 // The state's allocator: the pool, refusing to grow past the memory limit
@@ -268,23 +310,16 @@ void *bounded_alloc(void *ud, void *ptr, size_t osize, size_t nsize)
                 return nullptr;
             }
             if (nsize > LONG_STRING)
-                shorten_period(f);
+                shorten_period(f, SHORT_PERIOD);
         }
+        if (nsize > f->largest && nsize > LARGE_BLOCK)
+            large_block(f, nsize);
         const size_t grow = nsize - old;
         f->allocated += grow;
         f->alloc_carry += grow;
         if (f->alloc_carry >= KIV_ALLOC_BYTES_PER_UNIT) {
             charge(f, static_cast<int64_t>(f->alloc_carry / KIV_ALLOC_BYTES_PER_UNIT));
             f->alloc_carry %= KIV_ALLOC_BYTES_PER_UNIT;
-        }
-        const bool fits = grow <= f->mem_limit - f->mem_used;
-        if (!fits) {
-            // Lua collects the whole heap before it tries again, and goes on
-            // when that freed enough: a script living at the bound makes it
-            // collect again and again.  Each collection is charged as the
-            // allocation of everything it walks.
-            charge(f, static_cast<int64_t>(f->mem_used / KIV_ALLOC_BYTES_PER_UNIT));
-            return nullptr;
         }
         if (f->at == stage::parsing) {
             if (f->meter.left < 0) {
@@ -301,10 +336,18 @@ void *bounded_alloc(void *ud, void *ptr, size_t osize, size_t nsize)
         }
     }
     void *p = kiv_pool_realloc(&f->pool, ptr, old, nsize);
-    if (p) {
+    if (!p) {
+        // Past the memory limit (the pool refuses to hold more): Lua
+        // collects the whole heap before it tries again, and goes on when
+        // that freed enough, so a script living at the bound makes it
+        // collect again and again.  Each collection is charged as the
+        // allocation of everything it walks.
+        if (nsize > old)
+            charge(f, static_cast<int64_t>(f->mem_used / KIV_ALLOC_BYTES_PER_UNIT));
+    } else {
         f->mem_used = f->mem_used - old + nsize;
-        if (f->mem_used > f->mem_peak)
-            f->mem_peak = f->mem_used;
+        if (kiv_pool_held(&f->pool) > f->mem_peak)
+            f->mem_peak = kiv_pool_held(&f->pool);
         // A table the script makes: a watcher may want to know where.
         if (!ptr && osize == LUA_TTABLE && f->at == stage::running)
             if (const kiv_watcher *w = kiv_get_watcher(); w && w->made_table)
@@ -332,14 +375,16 @@ void frame_hook(lua_State *L, lua_Debug *)
 // The script file, read for the parser block by block, each block charged
 // to the budget and preceded by a look at the budget and the clock: a script
 // that takes long to parse without allocating (a long comment) is stopped
-// too.  Otherwise as the interpreter's own file loader:
-// a UTF-8 byte order mark and a first line starting with '#' are skipped
-// (the line's end kept, so that line numbers stay right), and a file that
-// cannot be opened or read gives "cannot open|read PATH: REASON".
+// too, and so is a first line that never ends, which is skipped block by
+// block the same way.  Otherwise as the interpreter's own file loader: a
+// UTF-8 byte order mark and a first line starting with '#' are skipped (the
+// line's end kept, so that line numbers stay right), and a file that cannot
+// be opened or read gives "cannot open|read PATH: REASON".
 struct script_file {
     run_frame *f;
     FILE *fp;
-    size_t n; // bytes in buf not yet handed over
+    size_t n;      // bytes in buf not yet handed over
+    bool skipping; // in a first line starting with '#'
     char buf[BUFSIZ];
 };
 
@@ -351,18 +396,33 @@ const char *read_block(lua_State *, void *ud, size_t *size)
         s->n = 0;
         return s->buf;
     }
-    if (feof(s->fp))
-        return nullptr;
-    run_frame *f = s->f;
-    // The parser sees the end of the text; the run fails for the bound.
-    if (f->meter.left < 0 || out_of_time(f)) {
-        f->refused = f->meter.left < 0 ? INSTRUCTIONS : TIME;
-        return nullptr;
+    for (;;) {
+        if (feof(s->fp) || ferror(s->fp))
+            break;
+        run_frame *f = s->f;
+        // The parser sees the end of the text; the run fails for the bound.
+        if (f->meter.left < 0 || out_of_time(f)) {
+            f->refused = f->meter.left < 0 ? INSTRUCTIONS : TIME;
+            return nullptr;
+        }
+        *size = fread(s->buf, 1, sizeof s->buf, s->fp);
+        f->source_bytes += *size;
+        charge(f, static_cast<int64_t>(*size / KIV_SOURCE_BYTES_PER_UNIT));
+        if (!s->skipping)
+            return s->buf;
+        // The text goes on from the line's end, which the parser is given.
+        if (const char *nl = static_cast<const char *>(memchr(s->buf, '\n', *size))) {
+            s->skipping = false;
+            *size -= static_cast<size_t>(nl - s->buf);
+            return nl;
+        }
     }
-    *size = fread(s->buf, 1, sizeof s->buf, s->fp);
-    f->source_bytes += *size;
-    charge(f, static_cast<int64_t>(*size / KIV_SOURCE_BYTES_PER_UNIT));
-    return s->buf;
+    // A first line that ends the file: its end, as if it had one.
+    if (std::exchange(s->skipping, false)) {
+        *size = 1;
+        return "\n";
+    }
+    return nullptr;
 }
 
 int file_error(lua_State *L, const char *fmt, const char *path)
@@ -407,14 +467,8 @@ int load_script(lua_State *L, run_frame *f)
         return file_error(L, "cannot open %s: %s", f->path);
     }
     int c = skip_bom(&s);
-    if (c == '#') {
-        do
-            c = getc(s.fp);
-        while (c != EOF && c != '\n');
-        c = getc(s.fp);
-        s.buf[s.n++] = '\n';
-    }
-    if (c != EOF)
+    s.skipping = c == '#';
+    if (c != EOF && !s.skipping)
         s.buf[s.n++] = static_cast<char>(c);
     lua_pushfstring(L, "@%s", f->path);
     int rc = lua_load(L, read_block, &s, lua_tostring(L, -1),
@@ -513,7 +567,7 @@ void kiv_meter_check(lua_State *L)
     kiv_meter *m = kiv_t_meter;
     if (m->left < 0)
         luaL_error(L, "%s", READING);
-    m->to_clock = READ_PER_CLOCK;
+    m->to_clock = m->clock_every;
     if (out_of_time(t_frame))
         luaL_error(L, "%s", TIME);
 }
@@ -523,7 +577,7 @@ __attribute__((tls_model("initial-exec"))) thread_local kiv_log_buf *kiv_t_log =
 static void flush_log(run_frame *f)
 {
     if (f->log.len)
-        fwrite(f->log.text, 1, f->log.len, stdout);
+        kiv_log_out(f->log.text, f->log.len);
     f->log.len = 0;
 }
 
@@ -541,7 +595,7 @@ bool kiv_run_log(const char *text, size_t n)
     if (n > sizeof f->log.text - f->log.len) {
         flush_log(f);
         if (n > sizeof f->log.text) {
-            fwrite(text, 1, n, stdout);
+            kiv_log_out(text, n);
             return true;
         }
     }
@@ -590,16 +644,16 @@ static int32_t run(const char *fn, const char *path, const char *text, size_t te
     f.string_limit = g_string_limit.load(std::memory_order_relaxed);
     const uint64_t instructions = g_instruction_limit.load(std::memory_order_relaxed);
     f.meter.left = instructions < INT64_MAX ? static_cast<int64_t>(instructions) : INT64_MAX;
-    f.meter.to_clock = READ_PER_CLOCK;
+    f.meter.to_clock = f.meter.clock_every = READ_PER_CLOCK;
     f.period = HOOK_PERIOD;
     const uint32_t ms = g_time_limit_ms.load(std::memory_order_relaxed);
     f.wall_start = start;
     f.cpu_limit = ms ? static_cast<int64_t>(ms) * 1000000 : INT64_MAX; // 0: no limit
     f.cpu_base = -1;
     f.allocs_to_clock = ALLOCS_PER_CLOCK;
-    // The slabs may hold twice the bound: only a script that fragments its
-    // memory across block sizes that far is refused before the bound.
-    kiv_pool_init(&f.pool, 2 * f.mem_limit + (1u << 20), first_slab, KIV_FIRST_SLAB);
+    // The bound is on what the process gives the state: its slabs, freed
+    // blocks in them included, and the larger blocks.
+    kiv_pool_init(&f.pool, f.mem_limit, first_slab, KIV_FIRST_SLAB);
 
     lua_State *L = lua_newstate(bounded_alloc, &f);
     if (!L) {

@@ -10,7 +10,8 @@
 //    rates, the source text parsed, the memory allocated (which is what the
 //    collector's work grows with), the collections forced at the memory
 //    bound, and the reading of its tables.
-//  - Memory: the bytes the state holds.
+//  - Memory: what the process gives the state, its allocator's slabs (the
+//    blocks freed in them included) and its larger blocks.
 //  - Strings: no string longer than any configuration needs can be made, so
 //    that no single instruction (a conversion, a comparison) costs more than
 //    a bounded amount.
@@ -27,7 +28,8 @@
 
 #include <lua.h>
 
-// Memory a script's Lua state may hold, in bytes.
+// Memory the process may give a script's Lua state, in bytes: the slabs of
+// its allocator, freed blocks in them included, and its larger blocks.
 #ifndef KIV_LUA_MEM_LIMIT
 #define KIV_LUA_MEM_LIMIT (96u * 1024u * 1024u) /* 96 MiB */
 #endif
@@ -111,9 +113,10 @@ void kiv_run_set_budget(int64_t left);
 // The instruction budget of the run in progress on this thread, shared by
 // the count hook and the reading.
 struct kiv_meter {
-    int64_t left;       // instructions still allowed, everything else included
-    int64_t read_units; // instructions charged for everything but running
-    int64_t to_clock;   // reading before the next look at the clock
+    int64_t left;        // instructions still allowed, everything else included
+    int64_t read_units;  // instructions charged for everything but running
+    int64_t to_clock;    // reading before the next look at the clock
+    int64_t clock_every; // reading between two looks at the clock
 };
 extern __attribute__((tls_model("initial-exec"))) thread_local kiv_meter *kiv_t_meter;
 // Raises the Lua error of the bound the reading exceeded, or looks at the
@@ -192,6 +195,14 @@ struct kiv_run_limits {
     size_t string_bytes = 0;
 };
 void kiv_set_run_limits(const kiv_run_limits &limits);
+// Whether the runs that start after the call load scripts as text only (a
+// precompiled chunk then fails like a script with a syntax error), leaving
+// the other bounds as they are; for tools that check scripts from anywhere.
+void kiv_set_text_only(bool text_only);
+// The longest script text the work budget in force lets the parser read:
+// every KIV_SOURCE_BYTES_PER_UNIT bytes parsed cost an instruction, so a
+// longer text is refused whatever it holds, and a tool need read no more.
+uint64_t kiv_source_limit(void);
 
 // Numbers of states created and closed since the process started, and of
 // the calls the states' allocator made to the C library's realloc and free
@@ -206,7 +217,8 @@ kiv_run_counts kiv_get_run_counts(void);
 // What the last run on this thread used: instructions run (to the hook's
 // period), instructions charged for everything else (reading, source text,
 // memory), the bytes of source text parsed and of memory allocated, the
-// state's memory high-water mark in bytes, the wall-clock and the thread's
+// high-water mark of the memory the state was given (its slabs and larger
+// blocks, what the memory bound counts) in bytes, the wall-clock and the thread's
 // CPU time in nanoseconds, and how much slower than the reference this core
 // ran the reference work, in thousandths (0: the run never came near its time
 // limit, so it was not measured).

@@ -188,8 +188,8 @@ void sync_dir(const writer *w, const char *fn, const char *path)
 {
     char buf[64];
     if (fsync(w->dir) != 0 && errno != EBADF) // EBADF: a directory we may not read
-        KIV_ERR(fn, "write to file [%s] done, but syncing its directory failed (%s)\n", path,
-                why(errno, buf, sizeof buf));
+        KIV_ERR_AT(191, fn, "write to file [%s] done, but syncing its directory failed (%s)\n",
+                   path, why(errno, buf, sizeof buf));
 }
 
 // Links the temporary file in as the new file, never over a file that
@@ -230,8 +230,8 @@ kiv_file_result write_new(writer *w, const char *fn, const char *path, kiv_text_
         if (tmp >= 0)
             unlinkat(w->dir, w->temp, 0);
         char buf[64];
-        KIV_ERR(fn, "write to file [%s] failed (%s), no file was created\n", path,
-                why(err, buf, sizeof buf));
+        KIV_ERR_AT(233, fn, "write to file [%s] failed (%s), no file was created\n", path,
+                   why(err, buf, sizeof buf));
         return w->why = err, KIV_FILE_FAILED;
     }
     sync_dir(w, fn, path);
@@ -255,8 +255,8 @@ kiv_file_result rewrite_in_place(writer *w, int fd, const char *fn, const char *
         errno != EOPNOTSUPP && errno != ENOSYS)
         err = errno;
     if (err) {
-        KIV_ERR(fn, "write to file [%s] failed (%s), the file was left as it was\n", path,
-                why(err, buf, sizeof buf));
+        KIV_ERR_AT(258, fn, "write to file [%s] failed (%s), the file was left as it was\n", path,
+                   why(err, buf, sizeof buf));
         return w->why = err, KIV_FILE_FAILED;
     }
     err = emit(w, text, ctx, false);
@@ -265,10 +265,10 @@ kiv_file_result rewrite_in_place(writer *w, int fd, const char *fn, const char *
     if (!err && fsync(fd) != 0)
         err = errno;
     if (err) {
-        KIV_ERR(fn,
-                "write to file [%s] failed (%s) while it was rewritten in place, the file is "
-                "incomplete\n",
-                path, why(err, buf, sizeof buf));
+        KIV_ERR_AT(268, fn,
+                   "write to file [%s] failed (%s) while it was rewritten in place, the file is "
+                   "incomplete\n",
+                   path, why(err, buf, sizeof buf));
         return w->why = err, KIV_FILE_FAILED;
     }
     return KIV_FILE_WRITTEN;
@@ -282,8 +282,8 @@ kiv_file_result fail_replace(writer *w, int err, const struct stat &st, bool cre
     if (created && still_there(w, st))
         unlinkat(w->dir, w->base, 0);
     char buf[64];
-    KIV_ERR(fn, "write to file [%s] failed (%s), %s\n", path, why(err, buf, sizeof buf),
-            created ? "no file was created" : "the file was left as it was");
+    KIV_ERR_AT(285, fn, "write to file [%s] failed (%s), %s\n", path, why(err, buf, sizeof buf),
+               created ? "no file was created" : "the file was left as it was");
     return w->why = err, KIV_FILE_FAILED;
 }
 
@@ -350,7 +350,8 @@ kiv_file_result write_existing(writer *w, bool dangling, const char *fn, const c
         r = KIV_FILE_WRITTEN;
         if (err) {
             char buf[64];
-            KIV_ERR(fn, "write to file [%s] failed (%s)\n", path, why(err, buf, sizeof buf));
+            KIV_ERR_AT(353, fn, "write to file [%s] failed (%s)\n", path,
+                       why(err, buf, sizeof buf));
             w->why = err;
             r = KIV_FILE_FAILED;
         }
@@ -389,4 +390,34 @@ kiv_file_result kiv_write_file(const char *fn, const char *path, kiv_text_fn tex
         close(w->dir);
     free(w);
     return r;
+}
+
+#include <stdio_ext.h> // __fpending
+
+uint64_t kiv_stdout_room(void)
+{
+    struct rlimit lim;
+    if (getrlimit(RLIMIT_FSIZE, &lim) != 0 || lim.rlim_cur == RLIM_INFINITY)
+        return UINT64_MAX;
+    const int fd = fileno(stdout);
+    struct stat st;
+    if (fd < 0 || fstat(fd, &st) != 0 || !S_ISREG(st.st_mode))
+        return UINT64_MAX;
+    const int flags = fcntl(fd, F_GETFL);
+    off_t at = flags >= 0 && (flags & O_APPEND) ? st.st_size : lseek(fd, 0, SEEK_CUR);
+    if (at < 0)
+        at = st.st_size;
+    const uint64_t end = static_cast<uint64_t>(at) + __fpending(stdout);
+    return end < lim.rlim_cur ? lim.rlim_cur - end : 0;
+}
+
+int kiv_text_length(kiv_text_fn text, const void *ctx, uint64_t *length)
+{
+    writer *w = static_cast<writer *>(malloc(sizeof(writer)));
+    if (!w)
+        return ENOMEM;
+    const int err = emit(w, text, ctx, true);
+    *length = w->length;
+    free(w);
+    return err;
 }

@@ -30,6 +30,7 @@
 #ifndef KIV_CORE_SAFE_FILE_H
 #define KIV_CORE_SAFE_FILE_H
 
+#include <stdint.h>
 #include <stdio.h>
 
 // Writes its text to `out`.  Called once, or twice when the file
@@ -47,5 +48,14 @@ enum kiv_file_result {
 // an errno value, or -1 when the file was replaced by another meanwhile.
 kiv_file_result kiv_write_file(const char *fn, const char *path, kiv_text_fn text, const void *ctx,
                                int *err = nullptr);
+
+// What standard output can still take before the file size limit: the
+// limit less where the next byte would go (its file's position or, when it
+// appends, size, plus what its stream holds unwritten).  UINT64_MAX when
+// there is no limit or it is no regular file (a terminal, a pipe, a device).
+uint64_t kiv_stdout_room(void);
+// The length of the text `text` writes, measured without writing it: 0, or
+// an errno value when it cannot be measured.
+int kiv_text_length(kiv_text_fn text, const void *ctx, uint64_t *length);
 
 #endif

@@ -55,6 +55,18 @@ local p = "aaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaa
 local t = {} for i = 10000000, 10100000 do t[p .. i .. "b"] = true end
 --- integer keys that all collide (multiples of 2^20 fall on one chain in a table of up to 2^20 entries): the time limit holds | level=0 time=0
 local t = {} for i = 1, 100000 do t[i * 1048576] = true end
+--- the length of a table whose array is full and whose hash part chains the keys N+1, 2(N+1), 4(N+1), ... past the largest integer's half: each # scans all 2^21 elements, and the time limit holds | level=0 time=0
+local t = {} for i = 1, 1 << 21 do t[i] = true end
+for i = 1, 600 do t["k" .. i] = true end
+local j = (1 << 21) + 1 while j > 0 do t[j] = true j = j * 2 end
+local n = 0 while true do n = n + #t end
+--- a new key for a table of 2^22 elements again and again, where the one other key it holds leaves no free slot: the new key rehashes the whole table, and the time limit holds | level=0 time=0
+local t = {} for i = 1, 1 << 22 do t[i] = true end t.keep = true
+local k = 0 while true do k = k + 1 t["x" .. k] = true t["x" .. k] = nil end
+--- memory filled with blocks of one size, dropped and filled with blocks of another: the bound counts the memory given to the state, freed blocks included | level=0
+local t = {} for i = 1, 1500000 do t[i] = {} end
+t = nil
+local u = {} for i = 1, 1500000 do u[i] = {i, i, i, i} end
 --- a string literal longer than the limit: refused while parsing | level=0 strings=1024
 local s = "xxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxx"
 --- the time limit holds while the script runs | level=0 time=20 instructions=1000000000000
