@@ -27,8 +27,10 @@
 
 #include <algorithm>
 #include <chrono>
+#include <ctime>
 #include <fstream>
 #include <fcntl.h>
+#include <functional>
 #include <map>
 #include <sstream>
 #include <stdio.h>
@@ -397,11 +399,12 @@ std::string read_text(const std::string &path)
 
 struct hostile_script {
     std::string name, text;
+    off_t sparse = 0; // when not 0, the file is its text and then zeros to this size (no disk)
 };
 
 // The hostile scripts: the cases of tests/cases/hostile.lua before the first
 // that sets a bound of its own (those after it are about that bound), each
-// named by its title up to a colon, and two that a program makes or the
+// named by its title up to a colon, and three that a program makes or the
 // fuzzer found.
 const std::vector<hostile_script> &hostile_scripts()
 {
@@ -431,6 +434,8 @@ const std::vector<hostile_script> &hostile_scripts()
         out.push_back({"10 MB of nested constructors", nested + "}\n"});
         out.push_back({"the collector under deep recursion",
                        read_text(source("fuzz/regressions/deep-recursion-slow-gc.lua"))});
+        out.push_back(
+            {"a first line of 2 GiB (#, then zeros; a sparse file)", "#", off_t{2} << 30});
         return out;
     }();
     return scripts;
@@ -444,7 +449,8 @@ void BM_hostile(benchmark::State &st)
     const hostile_script &h = hostile_scripts()[static_cast<size_t>(st.range(0))];
     char path[] = "/tmp/kiv_bench_hostile_XXXXXX";
     int fd = mkstemp(path);
-    if (fd < 0 || write(fd, h.text.data(), h.text.size()) != static_cast<ssize_t>(h.text.size())) {
+    if (fd < 0 || write(fd, h.text.data(), h.text.size()) != static_cast<ssize_t>(h.text.size()) ||
+        (h.sparse && ftruncate(fd, h.sparse) != 0)) {
         st.SkipWithError("cannot write the script");
         return;
     }
@@ -633,6 +639,14 @@ class lsp_session
         return diags;
     }
 
+    // A request about the document: the time until its answer.
+    double ask(int id, const char *method, const json &position)
+    {
+        return ns_of([&] {
+            request(id, method, {{"textDocument", {{"uri", LSP_URI}}}, {"position", position}});
+        });
+    }
+
   private:
     void send(const json &msg) { kivtool::lsp::write_message(in_[1], msg.dump()); }
 
@@ -747,6 +761,101 @@ void BM_lsp_memory_over_edits(benchmark::State &st)
     }
 }
 
+std::string repeated(const std::string &piece, size_t n)
+{
+    std::string out;
+    out.reserve(piece.size() * n);
+    for (size_t i = 0; i < n; ++i)
+        out += piece;
+    return out;
+}
+
+// Scripts as large as the tool reads that make its model big: its map of
+// the text and what the reading watches grow with what a script writes,
+// the library's run with what the script makes.
+const struct {
+    const char *name;
+    std::string (*text)();
+} TOOL_HOSTILE[] = {
+    {"4 MB of one constructor's values, {1, 1, ...}",
+     [] { return "local t = {" + repeated("1,", 2'000'000) + "}\n"; }},
+    {"4 MB of empty constructors in one, {{}, {}, ...}",
+     [] { return "local t = {" + repeated("{},", 1'333'333) + "}\n"; }},
+    {"79 MB of empty constructors in one",
+     [] { return "local t = {" + repeated("{},", 26'000'000) + "}\n"; }},
+};
+
+// The peak resident size of the process while fn runs, in KiB: the kernel's
+// high-water mark, reset first.
+long peak_kib_of(const std::function<void()> &fn)
+{
+    std::ofstream("/proc/self/clear_refs") << "5";
+    fn();
+    return self_status("VmHWM:");
+}
+
+// kiv check on each (its model and the loader's verdict) against the
+// library alone on the same file: the peak resident size of each and the
+// CPU time of the check.  The tool's model keeps to a few times the
+// library's memory bound whatever the text.
+void BM_tool_hostile(benchmark::State &st)
+{
+    const auto &h = TOOL_HOSTILE[st.range(0)];
+    const std::string text = h.text();
+    char path[] = "/tmp/kiv_bench_tool_XXXXXX";
+    const int fd = mkstemp(path);
+    if (fd < 0 || write(fd, text.data(), text.size()) != static_cast<ssize_t>(text.size())) {
+        st.SkipWithError("cannot write the script");
+        return;
+    }
+    close(fd);
+    quiet_stdout quiet;
+    kiv_set_run_limits({}); // the defaults, the time limit included
+    long tool = 0, library = 0;
+    for (auto _ : st) {
+        double cpu = 0;
+        tool = peak_kib_of([&] {
+            const auto t0 = std::clock();
+            const kivtool::script_model m = kivtool::load_model(path);
+            benchmark::DoNotOptimize(kivtool::findings_of(m, true).size());
+            cpu = static_cast<double>(std::clock() - t0) / CLOCKS_PER_SEC;
+        });
+        library =
+            peak_kib_of([&] { benchmark::DoNotOptimize(kiv_get_multi_chan_cfg(path, &g_cfg)); });
+        st.SetIterationTime(cpu);
+    }
+    unlink(path);
+    kiv_set_log_level(1);
+    kiv_set_run_limits(legit_limits);
+    st.SetLabel(h.name);
+    st.counters["tool_peak_MiB"] = static_cast<double>(tool) / 1024;
+    st.counters["library_peak_MiB"] = static_cast<double>(library) / 1024;
+}
+
+// The editor server with a 4 MB buffer: the first hover after it was
+// opened (which maps the text) and the median of the next ones, and the
+// resident size of the process at the end.
+void BM_lsp_large_buffer(benchmark::State &st)
+{
+    const std::string text = TOOL_HOSTILE[0].text();
+    for (auto _ : st) {
+        lsp_session lsp(std::chrono::milliseconds(0));
+        if (!lsp.open(text).is_array()) {
+            st.SkipWithError("no diagnostics for the opened buffer");
+            return;
+        }
+        std::vector<double> next;
+        const double first = lsp.ask(10, "textDocument/hover", {{"line", 0}, {"character", 12}});
+        for (int i = 1; i <= 10; ++i)
+            next.push_back(lsp.ask(10 + i, i % 2 ? "textDocument/hover" : "textDocument/completion",
+                                   {{"line", 0}, {"character", 12 + 1000 * i}}));
+        st.SetIterationTime(median(next) * 1e-9);
+        st.counters["first_ms"] = first / 1e6;
+        st.counters["median_ms"] = median(next) / 1e6;
+        st.counters["rss_kib"] = static_cast<double>(self_status("VmRSS:"));
+    }
+}
+
 // The console output, plus the ratios of every case collected for the
 // summary printed after the run.
 class summary_reporter : public benchmark::ConsoleReporter
@@ -821,6 +930,12 @@ BENCHMARK(BM_hostile)
     ->UseManualTime()
     ->Iterations(1)
     ->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_tool_hostile)
+    ->DenseRange(0, static_cast<int>(std::size(TOOL_HOSTILE)) - 1)
+    ->UseManualTime()
+    ->Iterations(1)
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_lsp_large_buffer)->UseManualTime()->Iterations(1)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_busy_machine)
     ->DenseRange(0, static_cast<int>(std::size(LEGIT)) - 1)
     ->UseManualTime()

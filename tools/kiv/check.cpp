@@ -27,19 +27,6 @@ struct check_options {
     std::string format = "text";
 };
 
-file_report check_file(const std::string &path, const check_options &opt)
-{
-    try {
-        const script_model m = load_script(path, {std::max(opt.log_level, 1)});
-        return report_of(m, true, {}, opt.log_level);
-    } catch (const io_error &e) {
-        file_report r;
-        r.file = script_name(path);
-        r.error = e.what();
-        return r;
-    }
-}
-
 // The summary line: "ok (...)", with the count of keys left to their
 // defaults, "loaded with errors (...)" or "failed (result N)".
 std::string summary_line(const file_report &r, const check_options &opt)
@@ -110,7 +97,7 @@ void add_check(CLI::App &app, int &rc)
         "check", "Load each script and say what the loader refused or logged as an error, each at "
                  "its line of the script, and one summary line per file.");
     sub->add_option("FILE", opt->files, "Configuration scripts (-: standard input)")->required();
-    add_stdin_name(sub);
+    add_script_input(sub);
     sub->add_flag("-q,--quiet", opt->quiet, "Show only the files that fail or load with errors");
     sub->add_option("--log-level", opt->log_level,
                     "Also show the library's own log, from the start of each load, up to this "
@@ -127,7 +114,10 @@ void add_check(CLI::App &app, int &rc)
         json files = json::array();
         run_jobs(
             opt->files.size(), opt->jobs ? opt->jobs : default_jobs(),
-            [&](size_t i) { reports[i] = check_file(opt->files[i], *opt); },
+            [&](size_t i) {
+                reports[i] = report_file(opt->files[i], true, {}, opt->log_level,
+                                         std::max(opt->log_level, 1));
+            },
             [&](size_t i) {
                 // A file that cannot be read outweighs one that fails to load.
                 if (opt->format == "json") {

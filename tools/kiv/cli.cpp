@@ -9,6 +9,7 @@
 
 #include "common.h"
 #include "core/log.h"
+#include "core/run.h"
 
 namespace kivtool
 {
@@ -29,7 +30,11 @@ int run(int argc, char **argv)
                "2 usage or I/O error.");
     int rc = EXIT_OK;
     tool_log() = {};
+    script_input() = {};
     reset_stdin();
+    // The interpreter trusts precompiled code, and the tool checks scripts
+    // from anywhere: it loads text only (model/contained.h).
+    kiv_set_text_only(true);
     // The tool's loads keep their log level to themselves: what a script's
     // log_level sets lasts until the next load of this thread, and the
     // process-wide level is left as it was.

@@ -19,28 +19,45 @@
 
 #include "core/log.h"
 #include "core/access.h"
+#include "core/run.h"
 #include "core/safe_file.h"
 #include "report.h"
 
 namespace kivtool
 {
 
+input_options &script_input()
+{
+    static input_options opts;
+    return opts;
+}
+
 void require_readable(const std::string &path)
 {
-    int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0)
-        throw io_error("cannot read " + path + ": " + strerror(errno));
     struct stat st;
-    bool dir = fstat(fd, &st) == 0 && S_ISDIR(st.st_mode);
-    close(fd);
-    if (dir)
+    if (stat(path.c_str(), &st) != 0)
+        throw io_error("cannot read " + path + ": " + strerror(errno));
+    if (S_ISDIR(st.st_mode))
         throw io_error("cannot read " + path + ": " + strerror(EISDIR));
+    // Opening a FIFO that no one writes would block for ever.
+    if (!S_ISREG(st.st_mode) && !script_input().special_files)
+        throw io_error("cannot read " + path +
+                       ": not a regular file (--special-files reads it all the same)");
+    if (access(path.c_str(), R_OK) != 0)
+        throw io_error("cannot read " + path + ": " + strerror(errno));
 }
 
 void write_output(const std::string &path, void (*text)(FILE *out, const void *ctx),
                   const void *ctx)
 {
     if (path.empty() || path == "-") {
+        // A file under a size limit there takes the whole text or none of it.
+        const uint64_t room = kiv_stdout_room();
+        uint64_t length = 0;
+        const int err = room == UINT64_MAX ? 0 : kiv_text_length(text, ctx, &length);
+        if (err != 0 || length > room)
+            throw io_error(std::string("cannot write standard output: ") +
+                           strerror(err ? err : EFBIG) + ", nothing was written");
         text(stdout, ctx);
         return;
     }
@@ -141,7 +158,7 @@ const std::string &standard_input()
     std::lock_guard<std::mutex> lock(in.mu); // -j reads it from several threads
     if (!std::exchange(in.read, true)) {
         try {
-            in.text = read_rest(STDIN_FILENO, "standard input");
+            in.text = read_rest(STDIN_FILENO, "standard input", kiv_source_limit());
         } catch (const io_error &e) {
             in.error = e.what();
         }
@@ -168,11 +185,18 @@ std::string &stdin_name()
     return tool_input().name;
 }
 
-void add_stdin_name(CLI::App *sub)
+void add_script_input(CLI::App *sub)
 {
     sub->add_option("--stdin-name", stdin_name(),
                     "The name a script read from standard input (FILE -) goes by in messages "
                     "(default <stdin>)");
+    input_options &in = script_input();
+    sub->add_flag("--special-files", in.special_files,
+                  "Also read paths that are not regular files (pipes, devices), which may block "
+                  "or never end");
+    sub->add_flag("--precompiled", in.precompiled,
+                  "Check precompiled chunks too, each in a separate process without privileges "
+                  "(by default they are refused: the interpreter trusts their code)");
 }
 
 std::string script_name(const std::string &path)
@@ -180,8 +204,11 @@ std::string script_name(const std::string &path)
     return path == "-" ? stdin_name() : path;
 }
 
-script_model load_script(const std::string &path, const load_options &opt)
+script_model load_script(const std::string &path, const load_options &given)
 {
+    load_options opt = given;
+    opt.special_files = script_input().special_files;
+    opt.precompiled = script_input().precompiled;
     if (path == "-")
         return load_model_text(stdin_name(), standard_input(), opt);
     return load_model(path, opt);

@@ -41,7 +41,17 @@ struct config_error : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-// Throws io_error unless `path` names a readable regular file.
+// How the subcommands that read scripts take them: --special-files reads
+// paths that are not regular files (pipes, devices), --precompiled checks
+// precompiled chunks in a separate process (model/contained.h).
+struct input_options {
+    bool special_files = false;
+    bool precompiled = false;
+};
+input_options &script_input();
+
+// Throws io_error unless `path` names a readable regular file (or, with
+// --special-files, anything readable but a directory).
 void require_readable(const std::string &path);
 // Writes what `text` writes to the file at `path` with the library's file
 // writer, so with its guarantees (no partial file left, nothing a shell
@@ -76,8 +86,9 @@ std::string filter_log(const std::string &log, int level);
 std::string &stdin_name();
 // Forgets what standard input gave (each run of the tool starts afresh).
 void reset_stdin();
-// Adds --stdin-name to a subcommand that reads scripts.
-void add_stdin_name(CLI::App *sub);
+// Adds --stdin-name, --special-files and --precompiled to a subcommand that
+// reads scripts.
+void add_script_input(CLI::App *sub);
 // The name a script goes by: its path, or stdin_name() for "-".
 std::string script_name(const std::string &path);
 // Loads the script at path ("-": standard input) of any kind into a model.

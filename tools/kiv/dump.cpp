@@ -18,7 +18,7 @@ void add_dump(CLI::App &app, int &rc)
         "dump", "Load a multi-channel script and write it back in canonical form.");
     sub->add_option("FILE", opt->file, "Multi-channel configuration script (-: standard input)")
         ->required();
-    add_stdin_name(sub);
+    add_script_input(sub);
     sub->add_option("-o,--output", opt->out,
                     "Write to this file instead of standard output (-: standard output)");
     add_log_options(sub);

@@ -1046,7 +1046,7 @@ void add_layout(CLI::App &app, int &rc)
                     "svg (the picture) or html (a page with the picture and a panel showing the "
                     "fields and findings of what is clicked)")
         ->check(CLI::IsMember({"svg", "html"}));
-    add_stdin_name(sub);
+    add_script_input(sub);
     add_log_options(sub);
     sub->callback([opt, &rc] {
         std::string failure;

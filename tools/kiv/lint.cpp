@@ -25,7 +25,7 @@ void add_lint(CLI::App &app, int &rc)
         "lint", "Load each script and report what loads but cannot work as meant, or what a dump "
                 "silently changes; one line per finding, at its line of the script.");
     sub->add_option("FILE", opt->files, "Configuration scripts (-: standard input)")->required();
-    add_stdin_name(sub);
+    add_script_input(sub);
     sub->add_option("--format", opt->format, "text (default), json or sarif")
         ->check(CLI::IsMember({"text", "json", "sarif"}));
     std::vector<std::string> ids;
@@ -48,13 +48,8 @@ void add_lint(CLI::App &app, int &rc)
         run_jobs(
             opt->files.size(), opt->jobs ? opt->jobs : default_jobs(),
             [&](size_t i) {
-                try {
-                    const script_model m = load_script(opt->files[i], {std::max(raw, 1)});
-                    reports[i] = report_of(m, false, opt->disabled, raw);
-                } catch (const io_error &e) {
-                    reports[i].file = script_name(opt->files[i]);
-                    reports[i].error = e.what();
-                }
+                reports[i] =
+                    report_file(opt->files[i], false, opt->disabled, raw, std::max(raw, 1));
             },
             [&](size_t i) {
                 file_report &r = reports[i];

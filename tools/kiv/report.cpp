@@ -58,6 +58,22 @@ file_report report_of(const script_model &m, bool check_only,
     return r;
 }
 
+file_report report_file(const std::string &path, bool check_only,
+                        const std::vector<std::string> &disabled, int raw_level, int log_level)
+{
+    file_report r;
+    try {
+        const script_model m = load_script(path, {log_level});
+        return report_of(m, check_only, disabled, raw_level);
+    } catch (const io_error &e) {
+        r.error = e.what();
+    } catch (const std::bad_alloc &) {
+        r.error = "cannot check " + script_name(path) + ": out of memory";
+    }
+    r.file = script_name(path);
+    return r;
+}
+
 std::string finding_text(const std::string &file, const finding &f, bool rule)
 {
     std::string out = file;

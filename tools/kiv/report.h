@@ -36,6 +36,13 @@ struct file_report {
 file_report report_of(const script_model &m, bool check_only,
                       const std::vector<std::string> &disabled, int raw_level = -1);
 
+// The report of the script at `path` ("-": standard input), loaded with the
+// library's log level `log_level` at its start.  A file that cannot be read,
+// or whose check runs out of memory, is a report with an error: one file's
+// failure never costs the others theirs.
+file_report report_file(const std::string &path, bool check_only,
+                        const std::vector<std::string> &disabled, int raw_level, int log_level);
+
 // The library's log of a load, its lines of levels up to `level`, byte for
 // byte.
 std::string raw_log(const script_model &m, int level);

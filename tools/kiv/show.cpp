@@ -37,7 +37,7 @@ void add_show(CLI::App &app, int &rc)
     sub->add_option("FILE", opt->file, "Multi-channel configuration script (-: standard input)")
         ->required();
     sub->add_flag("--json", opt->json, "Print the record, and kiv_version, as JSON");
-    add_stdin_name(sub);
+    add_script_input(sub);
     add_log_options(sub);
     sub->callback([opt, &rc] {
         const script_model m = load_multi_chan(opt->file);
@@ -76,7 +76,7 @@ void add_diff(CLI::App &app, int &rc)
                 "\"path: old -> new\"; exit code 1 when any does.");
     sub->add_option("A", opt->a, "The old configuration script (-: standard input)")->required();
     sub->add_option("B", opt->b, "The new configuration script (-: standard input)")->required();
-    add_stdin_name(sub);
+    add_script_input(sub);
     add_log_options(sub);
     sub->callback([opt, &rc] {
         // Both records are loaded before either is compared: a load sets the

@@ -2,12 +2,15 @@
 // show what was loaded, as text or JSON.
 #include <CLI/CLI.hpp>
 
+#include <fcntl.h>
 #include <functional>
 #include <iostream>
 #include <memory>
+#include <unistd.h>
 
 #include "aisp/aisp.h"
 #include "common.h"
+#include "model/contained.h"
 #include "core/log.h"
 #include "render.h"
 #include "report.h"
@@ -21,7 +24,20 @@ namespace
 struct options {
     std::string file;
     bool json = false;
+    bool via_model = false; // loaded through the model (else by the exported loader)
 };
+
+// Whether the file at `path` holds a precompiled chunk.
+bool starts_precompiled(const std::string &path)
+{
+    char head[4] = {};
+    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
+    if (fd < 0)
+        return false;
+    const ssize_t n = read(fd, head, sizeof head);
+    close(fd);
+    return n > 0 && is_precompiled(std::string_view(head, static_cast<size_t>(n)));
+}
 
 // Runs fn with the library's log on standard error, as -q and --log-level
 // allow (a standalone script's loader logs little besides its errors).
@@ -43,10 +59,19 @@ void add_loader(CLI::App &app, int &rc, const char *name, const char *help,
     CLI::App *sub = app.add_subcommand(name, help);
     sub->add_option("FILE", opt->file, "Script to load (-: standard input)")->required();
     sub->add_flag("--json", opt->json, "Print what was loaded as JSON");
-    add_stdin_name(sub);
+    add_script_input(sub);
     sub->callback([opt, action, &rc] {
-        if (opt->file != "-")
+        if (opt->file != "-") {
             require_readable(opt->file);
+            // The library is handed a path, and the tool loads text only: a
+            // precompiled chunk goes through the model, which checks it in
+            // a separate process when asked to.
+            if (starts_precompiled(opt->file)) {
+                if (!script_input().precompiled)
+                    throw config_error(opt->file + ": not loaded: " + PRECOMPILED_NOTE);
+                opt->via_model = true;
+            }
+        }
         action(*opt);
         rc = EXIT_OK;
     });
@@ -58,15 +83,15 @@ void fail(const options &opt, int32_t ret)
                        std::to_string(ret) + ")");
 }
 
-// A script from standard input, which the library cannot open by a path:
-// run from its text, of whatever kind it is, with its log on standard
-// error as log_to_stderr gives it.  A file is loaded by the exported
-// loader of the subcommand, whatever it defines.
-script_model from_stdin()
+// A script from standard input, which the library cannot open by a path,
+// or a precompiled chunk: run from its text, of whatever kind it is, with
+// its log on standard error as log_to_stderr gives it.  A file is otherwise
+// loaded by the exported loader of the subcommand, whatever it defines.
+script_model from_model(const options &opt)
 {
     const log_options &o = tool_log();
     const int level = o.level >= 0 ? o.level : o.quiet ? -1 : 1;
-    script_model m = load_script("-", {std::max(level, 1)});
+    script_model m = load_script(opt.file, {std::max(level, 1)});
     if (level >= 0)
         std::cerr << filter_log(raw_log(m, level), level) << std::flush;
     return m;
@@ -76,8 +101,8 @@ void calib(const options &opt)
 {
     int32_t n = 0, ret = 0;
     std::vector<kiv_calib_data_item> items;
-    if (opt.file == "-") {
-        script_model m = from_stdin();
+    if (opt.file == "-" || opt.via_model) {
+        script_model m = from_model(opt);
         n = m.kind == kiv_kind::calib ? m.calib_size : 0;
         items = std::move(m.calib);
         ret = m.result;
@@ -88,7 +113,7 @@ void calib(const options &opt)
     // leaves anything to load.
     if (n <= 0)
         throw config_error(script_name(opt.file) + ": no calibration items loaded");
-    if (opt.file != "-") {
+    if (opt.file != "-" && !opt.via_model) {
         items.resize(static_cast<size_t>(n));
         log_to_stderr([&] {
             ret = kiv_load_calib_data(opt.file.c_str(), items.data(), static_cast<uint32_t>(n));
@@ -115,8 +140,8 @@ void hevc(const options &opt)
 {
     auto cfg = std::make_unique<kiv_hevc_scaling_cfg>();
     int32_t ret = 0;
-    if (opt.file == "-") {
-        script_model m = from_stdin();
+    if (opt.file == "-" || opt.via_model) {
+        script_model m = from_model(opt);
         ret = m.kind == kiv_kind::hevc ? m.result : -1;
         cfg = std::move(m.hevc);
     } else {
@@ -135,8 +160,8 @@ void aisp(const options &opt)
     kiv_aisp_cfg cfg{};
     kiv_aisp_fill fill{};
     int32_t ret = 0;
-    if (opt.file == "-") {
-        const script_model m = from_stdin();
+    if (opt.file == "-" || opt.via_model) {
+        const script_model m = from_model(opt);
         ret = m.kind == kiv_kind::aisp ? m.result : -1;
         cfg = m.aisp;
         fill = m.fill;

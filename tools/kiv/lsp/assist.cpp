@@ -27,20 +27,41 @@ enum : int {
     SYMBOL_STRUCT = 23,
 };
 
+} // namespace
+
+// The map and lines of a buffer's text, kept with the buffer until it
+// changes.
+struct text_map {
+    src_map map;
+    line_index lines;
+    explicit text_map(std::string_view text) : map(scan_source(text)), lines(text) {}
+};
+
+namespace
+{
+
+const text_map &scanned(const document &d)
+{
+    if (!d.scanned)
+        d.scanned = std::make_shared<const text_map>(d.text);
+    return *d.scanned;
+}
+
 // The buffer as a request sees it: its text now, the map of that text, and
 // the last check with the offsets it shares with this text.
 struct view {
     const document &d;
     std::string_view text;
-    src_map map;
-    line_index lines;
+    const src_map &map;
+    const line_index &lines;
     const analysis *a;
     std::string_view old; // the text of the check
     size_t prefix = 0;    // bytes the two texts share at their start
     size_t suffix = 0;    // and at their end (not overlapping the prefix)
 
     explicit view(const document &doc)
-        : d(doc), text(doc.text), map(scan_source(doc.text)), lines(doc.text), a(doc.last.get())
+        : d(doc), text(doc.text), map(scanned(doc).map), lines(scanned(doc).lines),
+          a(doc.last.get())
     {
         if (!a)
             return;

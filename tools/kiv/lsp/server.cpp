@@ -252,6 +252,7 @@ void server::notification(const std::string &method, const json &params)
 
 void server::changed(document &d)
 {
+    d.scanned.reset();
     d.dirty = true;
     d.due = clock::now() + opt_.debounce;
     if (!opt_.inline_checks)

@@ -67,6 +67,10 @@ struct document {
     std::shared_ptr<const analysis> good;
     bool dirty = true; // changed since its last check began
     clock::time_point due;
+    // The map and line index of `text` as it is now, made by the first
+    // request that needs them (assist.cpp) and dropped when the text
+    // changes: a large buffer is scanned once per change, not per request.
+    mutable std::shared_ptr<const struct text_map> scanned;
 };
 
 class server

@@ -310,6 +310,11 @@ void load_failed(const script_model &m, findings &out)
         return;
     const failure f = failure_of(m);
     const std::string refused = "the library refused the script (result " + num(m.result) + ")";
+    if (!m.contained_failure.empty()) {
+        add(out, "load-failed", "",
+            m.contained_failure + "; it failed (result " + num(m.result) + ")", {});
+        return;
+    }
     if (!f.line) {
         const bool empty = m.kind == kiv_kind::calib && m.calib_size == 0;
         add(out, "load-failed", "", empty ? "calib_data has no items: nothing to load" : refused,

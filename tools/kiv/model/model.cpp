@@ -12,7 +12,9 @@
 #include "common.h"
 #include "core/log.h"
 #include "core/sections.h"
+#include "model/contained.h"
 #include "model/reading.h"
+#include "core/run.h"
 
 namespace kivtool
 {
@@ -30,18 +32,34 @@ std::string plural(size_t n, const std::string &what)
     return std::to_string(n) + " " + what + (what.back() == 's' ? "es" : "s");
 }
 
-std::string read_whole(const std::string &file)
+// The file at `file`, read once.  A path that is not a regular file is
+// refused before it is opened unless special files are asked for (a FIFO
+// without a writer would block the open for ever, a device may never end),
+// and checked again once open, in case it was replaced meanwhile.
+std::string read_whole(const std::string &file, const load_options &opt)
 {
-    const int fd = open(file.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0)
-        throw io_error("cannot read " + file + ": " + strerror(errno));
+    auto refuse = [&](int err) { return io_error("cannot read " + file + ": " + strerror(err)); };
     struct stat st;
-    if (fstat(fd, &st) == 0 && S_ISDIR(st.st_mode)) {
-        close(fd);
-        throw io_error("cannot read " + file + ": " + strerror(EISDIR));
-    }
+    if (stat(file.c_str(), &st) != 0)
+        throw refuse(errno);
+    auto check = [&](const struct stat &s) {
+        if (S_ISDIR(s.st_mode))
+            return refuse(EISDIR);
+        return io_error("cannot read " + file +
+                        ": not a regular file (--special-files reads it all the same)");
+    };
+    if (!S_ISREG(st.st_mode) && (S_ISDIR(st.st_mode) || !opt.special_files))
+        throw check(st);
+    const int fd =
+        open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | (opt.special_files ? 0 : O_NONBLOCK));
+    if (fd < 0)
+        throw refuse(errno);
     try {
-        std::string text = read_rest(fd, file);
+        if (fstat(fd, &st) != 0)
+            throw refuse(errno);
+        if (!S_ISREG(st.st_mode) && (S_ISDIR(st.st_mode) || !opt.special_files))
+            throw check(st);
+        std::string text = read_rest(fd, file, kiv_source_limit());
         close(fd);
         return text;
     } catch (...) {
@@ -302,9 +320,13 @@ const std::vector<script_model::value_set> &script_model::sets_of(std::string_vi
     return it == sets_.end() ? none : it->second;
 }
 
-std::string read_rest(int fd, const std::string &what)
+std::string read_rest(int fd, const std::string &what, uint64_t limit)
 {
     std::string text;
+    struct stat st;
+    if (fstat(fd, &st) == 0 && S_ISREG(st.st_mode) && st.st_size > 0)
+        text.reserve(
+            static_cast<size_t>(std::min<uint64_t>(static_cast<uint64_t>(st.st_size), limit)));
     char buf[65536];
     for (;;) {
         const ssize_t n = read(fd, buf, sizeof buf);
@@ -315,13 +337,16 @@ std::string read_rest(int fd, const std::string &what)
                 continue;
             throw io_error("cannot read " + what + ": " + strerror(errno));
         }
+        if (static_cast<uint64_t>(n) > limit - text.size())
+            throw io_error("cannot read " + what + ": longer than " + std::to_string(limit) +
+                           " bytes, more than the library parses of any script");
         text.append(buf, static_cast<size_t>(n));
     }
 }
 
 script_model load_model(const std::string &file, const load_options &opt)
 {
-    return load_model_text(file, read_whole(file), opt);
+    return load_model_text(file, read_whole(file, opt), opt);
 }
 
 script_model load_model_text(const std::string &file, std::string text, const load_options &opt)
@@ -329,7 +354,9 @@ script_model load_model_text(const std::string &file, std::string text, const lo
     script_model m;
     m.file = file;
     m.text = std::move(text);
-    m.source = scan_source(m.text);
+    // A precompiled chunk has no source to map.
+    const bool chunk = is_precompiled(m.text);
+    m.source = scan_source(chunk ? std::string_view() : std::string_view(m.text));
     m.cfg = std::make_unique<kiv_multi_chan_cfg>();
     m.hevc = std::make_unique<kiv_hevc_scaling_cfg>();
     kiv_init(m.cfg.get());
@@ -351,17 +378,24 @@ script_model load_model_text(const std::string &file, std::string text, const lo
     kiv_set_log_level(opt.log_level);
     reading r(m);
     const kiv_watcher *outer = kiv_get_watcher();
-    kiv_set_watcher(r.watcher());
-    m.result = kiv_load_any(file.c_str(), m.text.data(), m.text.size(), &load);
-    kiv_set_watcher(outer);
-    m.kind = load.kind;
-    m.calib_size = load.calib_size;
-    m.ran = true;
+    if (chunk && opt.precompiled) {
+        load_contained(m, opt.log_level, r.watcher());
+    } else {
+        // The tool loads text only (cli.cpp): a chunk is refused here.
+        kiv_set_watcher(r.watcher());
+        m.result = kiv_load_any(file.c_str(), m.text.data(), m.text.size(), &load);
+        kiv_set_watcher(outer);
+        m.kind = load.kind;
+        m.calib_size = load.calib_size;
+    }
+    m.ran = m.contained_failure.empty();
     for (log_line &l : m.log) {
         if (l.text.find("lua error msg is ") == std::string::npos)
             continue;
         m.ran = false;
-        if (uint32_t line = message_line(l.text)) {
+        if (chunk && !opt.precompiled)
+            l.note = PRECOMPILED_NOTE;
+        else if (uint32_t line = chunk ? 0 : message_line(l.text)) {
             l.where = line_span(m.text, line);
             l.path.clear();
             missing_separator(m.text, l);

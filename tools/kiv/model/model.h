@@ -76,6 +76,10 @@ struct script_model {
     kiv_kind kind = kiv_kind::multi_chan;
     int32_t result = 0;
     bool ran = false; // the script ran and its tables were read (no syntax error, no bound)
+    // A precompiled chunk checked in a separate process (--precompiled) that
+    // crashed it or ran out of that process's limits: what happened ("" when
+    // it reported); the result is then -2.
+    std::string contained_failure;
     std::unique_ptr<kiv_multi_chan_cfg> cfg;
     std::vector<kiv_calib_data_item> calib;
     int32_t calib_size = 0;
@@ -151,14 +155,23 @@ struct script_model {
 
 struct load_options {
     int log_level = 1; // the library's level at the start of the load
+    // Read a path that is not a regular file (a pipe, a device), which may
+    // block or never end; else it is refused before it is opened.
+    bool special_files = false;
+    // Check a precompiled chunk, in a separate process (model/contained.h);
+    // else it is refused, as the library refuses one loaded as text only.
+    bool precompiled = false;
 };
 
-// The rest of what file descriptor fd gives, to its end.  Throws io_error
-// ("cannot read WHAT: reason") when a read fails.
-std::string read_rest(int fd, const std::string &what);
+// The rest of what file descriptor fd gives, to its end, at most `limit`
+// bytes.  Throws io_error ("cannot read WHAT: reason") when a read fails or
+// there is more: a longer text is more than the library parses of a script
+// (kiv_source_limit()), so it could only be refused.
+std::string read_rest(int fd, const std::string &what, uint64_t limit);
 
 // Reads the file once and loads it once.  Throws io_error (common.h) when
-// the file cannot be read.
+// the file cannot be read, is longer than any script can be or, unless the
+// options allow it, is not a regular file.
 script_model load_model(const std::string &file, const load_options &opt = {});
 // The same for a text not read from a file (an editor's buffer); `file`
 // names it in the messages.

@@ -15,10 +15,11 @@ namespace kivtool
 namespace
 {
 
-// More tables than any configuration makes: past this many the origins of
-// further tables are not kept (a script that makes millions of tables gets
-// its findings placed at the nearest table that is known).
-constexpr size_t MAX_ORIGINS = 1u << 20;
+// More tables than any configuration makes (a calibration table of 100,000
+// pairs makes that many): past this many the origins of further tables are
+// not kept (a script that makes millions of tables gets its findings placed
+// at the nearest table that is known), so that they take 15 MB at most.
+constexpr size_t MAX_ORIGINS = 1u << 18;
 // More string keys than any configuration table holds: such a table is not
 // listed (no unknown keys are reported for it).
 constexpr size_t MAX_KEYS = 4096;

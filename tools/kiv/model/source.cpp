@@ -746,6 +746,18 @@ struct frame {
 // The line of a suppression that no token follows.
 constexpr uint32_t unresolved = UINT32_MAX;
 
+// The most fields, constructors and functions, and assignments and
+// silencing comments, a map keeps (each about 100 and 400 bytes at most):
+// more than the calibration table of 100,000 pairs holds (100,000
+// constructors and 300,000 fields), more than any configuration's
+// assignments by far.
+constexpr size_t MAX_ITEMS = size_t{1} << 19;
+constexpr size_t MAX_STATEMENTS = size_t{1} << 17;
+// The positional fields of one constructor that are kept when their value
+// is not a table: more than any array of a configuration has (arrays of
+// tables, a calibration table's pairs, are kept whole up to MAX_ITEMS).
+constexpr int64_t MAX_VALUES = 4096;
+
 class scanner
 {
   public:
@@ -774,6 +786,14 @@ class scanner
     void end_value(statement &s);
     void end_statement(statement &s);
     src_field &field_of(const frame &f) { return map_.constructors[size_t(f.index)].fields.back(); }
+    // Whether the map holds more than any configuration needs: the scan
+    // stops there, so that what it keeps stays within a few times the
+    // memory the library lets a script have, whatever the text.
+    bool too_many() const
+    {
+        return fields_ + map_.constructors.size() + map_.functions.size() > MAX_ITEMS ||
+               map_.assignments.size() + map_.suppressions.size() > MAX_STATEMENTS;
+    }
     void push(fk kind, int32_t index = -1)
     {
         stack_.push_back(frame{kind});
@@ -806,6 +826,7 @@ class scanner
     bool lit_neg_ = false, lit_string_ = false;
     std::string lit_name_;
     int64_t lit_index_ = 0;
+    size_t fields_ = 0; // in all constructors
 };
 
 src_map scanner::run()
@@ -821,7 +842,7 @@ src_map scanner::run()
         }
         if (tok.kind == tk::eof && stack_.empty())
             break;
-        if (tok.kind == tk::eof || tok.kind == tk::bad || !on_token(tok)) {
+        if (tok.kind == tk::eof || tok.kind == tk::bad || !on_token(tok) || too_many()) {
             map_.complete = false;
             map_.stopped = tok.begin;
             break;
@@ -872,6 +893,7 @@ bool scanner::field_step(frame &f, const token &tok, bool &lookahead)
         if (sep || tok.kind == tk::rbrace)
             return sep;
         fields.emplace_back();
+        ++fields_;
         if (tok.kind == tk::lbracket) {
             fields.back().kind = src_field::bracketed;
             fields.back().key.begin = tok.begin;
@@ -947,6 +969,9 @@ void scanner::end_field(frame &f)
     if (f.value_ctor >= 0 && f.seq == seq_ - 1) {
         fd.constructor = f.value_ctor;
         map_.constructors[size_t(f.value_ctor)].parent = f.index;
+    } else if (fd.kind == src_field::positional && fd.index > MAX_VALUES) {
+        map_.constructors[size_t(f.index)].fields.pop_back();
+        --fields_;
     }
     f.value_ctor = -1;
     f.state = fs::start;

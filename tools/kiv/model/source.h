@@ -65,7 +65,9 @@ struct src_constructor {
     // The innermost function literal containing it: index into src_map::functions.
     int32_t function = 0;
     int32_t parent = -1; // the constructor of which this one is directly a field's value, or -1
-    std::vector<src_field> fields; // in source order
+    // In source order; positional fields past the 4096th whose value is not
+    // a constructor are left out (no configuration array is that long).
+    std::vector<src_field> fields;
 };
 
 // A function literal, or the main chunk.
@@ -137,8 +139,11 @@ struct src_map {
     // False when the scan could not follow the text to its end: a token that
     // cannot be read (an unfinished string or comment, a malformed number or
     // escape, a byte that starts no token), a closing bracket, `end` or
-    // `until` that closes nothing open, or a constructor, bracket or block
-    // still open at the end.  What came before is kept.
+    // `until` that closes nothing open, a constructor, bracket or block
+    // still open at the end, or more fields, constructors, functions or
+    // assignments than any configuration has (half a million, so that the
+    // map of any text stays within about a hundred MB).  What came before
+    // is kept.
     bool complete = true;
     src_pos stopped; // where the scan stopped when not complete: where the bad token began
 };

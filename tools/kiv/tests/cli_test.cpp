@@ -40,8 +40,10 @@ namespace
 {
 
 // Runs the installed program as `uid` with a file size limit, as a user
-// would from a shell, and captures both output streams.
-tooltest::run_result spawn(uid_t uid, rlim_t fsize, const std::vector<std::string> &args)
+// would from a shell, and captures both output streams (standard output in
+// the file `out_file` instead, when one is given).
+tooltest::run_result spawn(uid_t uid, rlim_t fsize, const std::vector<std::string> &args,
+                           const std::string &out_file = "")
 {
     int out[2], err[2];
     EXPECT_EQ(pipe(out), 0);
@@ -54,7 +56,8 @@ tooltest::run_result spawn(uid_t uid, rlim_t fsize, const std::vector<std::strin
                      setresuid(uid, uid, uid) != 0)) ||
             setrlimit(RLIMIT_FSIZE, &lim) != 0)
             _exit(99);
-        dup2(out[1], 1);
+        const int to = out_file.empty() ? out[1] : open(out_file.c_str(), O_WRONLY | O_CREAT, 0644);
+        dup2(to, 1);
         dup2(err[1], 2);
         std::vector<char *> argv{const_cast<char *>(KIV_CLI)};
         for (const std::string &a : args)
@@ -164,6 +167,14 @@ TEST(Cli, WritesWhereAShellRedirectCould)
             else
                 EXPECT_TRUE(kivtest::read_file(c.path) == c.left);
         }
+        // Standard output that is a file under the limit: nothing of the
+        // text is written there.
+        const std::string file_out = open_dir + "/stdout.lua";
+        const tooltest::run_result r = spawn(uid, 1024, {"dump", "-q", script}, file_out);
+        EXPECT_EQ(r.rc, 2);
+        EXPECT_EQ(r.err,
+                  "kiv: cannot write standard output: File too large, nothing was written\n");
+        EXPECT_EQ(kivtest::read_file(file_out), "");
         // No temporary file anywhere.
         EXPECT_EQ(
             system(("test -z \"$(ls -A " + locked + " " + open_dir + " | grep kiv-)\"").c_str()),
