@@ -381,7 +381,11 @@ script_model load_model_text(const std::string &file, std::string text, const lo
     if (chunk && opt.precompiled) {
         load_contained(m, opt.log_level, r.watcher());
     } else {
-        // The tool loads text only (cli.cpp): a chunk is refused here.
+        // A chunk is refused here, loaded as text only: the tool sets that
+        // for its process (cli.cpp), and so does any other program that
+        // models a chunk (a benchmark, a fuzzer).
+        if (chunk)
+            kiv_set_text_only(true);
         kiv_set_watcher(r.watcher());
         m.result = kiv_load_any(file.c_str(), m.text.data(), m.text.size(), &load);
         kiv_set_watcher(outer);
