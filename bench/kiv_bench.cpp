@@ -868,7 +868,10 @@ class summary_reporter : public benchmark::ConsoleReporter
         ConsoleReporter::ReportRuns(runs);
         fflush(stdout);
         for (const Run &r : runs) {
-            if (auto w = r.counters.find("worst_cpu_s"); w != r.counters.end())
+            // Of the runs themselves: an aggregate of repetitions may be a
+            // coefficient of variation.
+            if (auto w = r.counters.find("worst_cpu_s");
+                w != r.counters.end() && r.run_type == Run::RT_Iteration)
                 hostile_worst_ = std::max(hostile_worst_, w->second.value);
             auto it = r.counters.find("ratio");
             if (it == r.counters.end())

@@ -14,5 +14,5 @@ cmake -S . -B build-bench-aarch64 -G Ninja -DCMAKE_TOOLCHAIN_FILE=cmake/aarch64-
     -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKIV_WERROR=ON -DKIV_BUILD_BENCH=ON \
     -DKIV_BUILD_TESTS=OFF >/dev/null
 cmake --build build-bench-aarch64 -j "$(nproc)" --target kiv_bench
-[ $# -gt 0 ] || set -- --benchmark_filter='hostile|busy|calib'
+[ $# -gt 0 ] || set -- --benchmark_filter='BM_hostile|busy|calib'
 qemu-aarch64 -L / build-bench-aarch64/bench/kiv_bench "$@"
