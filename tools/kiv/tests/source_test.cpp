@@ -288,6 +288,37 @@ TEST(SourceBadInput, KeepsWhatCameBeforeTheBadToken)
     }
 }
 
+// What the map keeps stays bounded whatever the text: the scalar values of
+// one constructor past the 4,096th are left out (those after them keep
+// their positions), and the scan stops where the map would outgrow what
+// any configuration needs.
+TEST(SourceBadInput, TheMapKeepsABoundedPart)
+{
+    std::string values = "t = {";
+    for (int i = 0; i < 10000; ++i)
+        values += "1, ";
+    values += "{}, x = 2}";
+    src_map m = scan_source(values);
+    EXPECT_TRUE(m.complete);
+    ASSERT_EQ(m.constructors.size(), 2u);
+    const std::vector<src_field> &f = m.constructors[0].fields;
+    ASSERT_EQ(f.size(), 4096u + 2);
+    EXPECT_EQ(f[4095].index, 4096);
+    EXPECT_EQ(f[4096].index, 10001); // the table value keeps its place
+    EXPECT_EQ(f[4096].constructor, 1);
+    EXPECT_EQ(f[4097].name, "x");
+
+    std::string tables = "t = {";
+    for (int i = 0; i < 400000; ++i)
+        tables += "{}, ";
+    tables += "}\nu = {}\n";
+    m = scan_source(tables);
+    EXPECT_FALSE(m.complete);
+    EXPECT_LE(m.constructors.size() + m.constructors[0].fields.size(), size_t{1} << 19);
+    EXPECT_GT(m.constructors.size(), 200000u);
+    EXPECT_EQ(m.stopped.line, 1u);
+}
+
 TEST(SourceBadInput, DeepNestingAndEveryPrefix)
 {
     const size_t n = 200000;
