@@ -1,5 +1,4 @@
 // The dump: writes a record back as a multi-channel script.
-#include <errno.h>
 #include <stdio.h>
 #include <string.h>
 
@@ -57,22 +56,17 @@ KIV_API int32_t kiv_dump_multi_chan_cfg(const kiv_multi_chan_cfg *cfg, const cha
         return 0;
     // Standard output may be a file under a size limit, and a write past
     // the limit would end the caller (SIGXFSZ): the text is measured first
-    // and refused whole where it would not fit.  The log goes to standard
-    // output too, so a line is logged only where any line fits (none is
-    // longer than 255 characters).
+    // and refused whole where it would not fit (the log, on standard output
+    // too, leaves out the lines that would not).
     flockfile(stdout);
-    constexpr uint64_t LINE = 256;
-    if (path && kiv_stdout_room() >= LINE)
+    if (path)
         KIV_ERR_AT(57, FN, "Open file [%s] error, output to console\n", path);
-    uint64_t length = 0;
-    const uint64_t room = kiv_stdout_room();
-    const int err = room == UINT64_MAX ? 0 : kiv_text_length(kiv_write_script, cfg, &length);
-    if (err == 0 && length <= room)
+    if (const int err = kiv_stdout_fits(kiv_write_script, cfg); err == 0) {
         kiv_write_script(nullptr, cfg);
-    else if (room >= LINE) {
+    } else {
         char why[64];
         KIV_ERR_AT(74, FN, "write to console failed (%s), nothing was written\n",
-                   strerror_r(err ? err : EFBIG, why, sizeof why));
+                   strerror_r(err, why, sizeof why));
     }
     funlockfile(stdout);
     return 0;

@@ -411,13 +411,17 @@ uint64_t kiv_stdout_room(void)
     return end < lim.rlim_cur ? lim.rlim_cur - end : 0;
 }
 
-int kiv_text_length(kiv_text_fn text, const void *ctx, uint64_t *length)
+int kiv_stdout_fits(kiv_text_fn text, const void *ctx)
 {
+    const uint64_t room = kiv_stdout_room();
+    if (room == UINT64_MAX)
+        return 0;
     writer *w = static_cast<writer *>(malloc(sizeof(writer)));
     if (!w)
         return ENOMEM;
-    const int err = emit(w, text, ctx, true);
-    *length = w->length;
+    int err = emit(w, text, ctx, true);
+    if (err == 0 && w->length > room)
+        err = EFBIG;
     free(w);
     return err;
 }

@@ -54,8 +54,9 @@ kiv_file_result kiv_write_file(const char *fn, const char *path, kiv_text_fn tex
 // appends, size, plus what its stream holds unwritten).  UINT64_MAX when
 // there is no limit or it is no regular file (a terminal, a pipe, a device).
 uint64_t kiv_stdout_room(void);
-// The length of the text `text` writes, measured without writing it: 0, or
-// an errno value when it cannot be measured.
-int kiv_text_length(kiv_text_fn text, const void *ctx, uint64_t *length);
+// Whether the text `text` writes fits on standard output without crossing
+// the file size limit (measured only where there is one): 0, EFBIG, or
+// another errno value when it cannot be measured.
+int kiv_stdout_fits(kiv_text_fn text, const void *ctx);
 
 #endif

@@ -52,12 +52,9 @@ void write_output(const std::string &path, void (*text)(FILE *out, const void *c
 {
     if (path.empty() || path == "-") {
         // A file under a size limit there takes the whole text or none of it.
-        const uint64_t room = kiv_stdout_room();
-        uint64_t length = 0;
-        const int err = room == UINT64_MAX ? 0 : kiv_text_length(text, ctx, &length);
-        if (err != 0 || length > room)
-            throw io_error(std::string("cannot write standard output: ") +
-                           strerror(err ? err : EFBIG) + ", nothing was written");
+        if (const int err = kiv_stdout_fits(text, ctx))
+            throw io_error(std::string("cannot write standard output: ") + strerror(err) +
+                           ", nothing was written");
         text(stdout, ctx);
         return;
     }
