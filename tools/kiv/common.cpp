@@ -34,15 +34,7 @@ input_options &script_input()
 
 void require_readable(const std::string &path)
 {
-    struct stat st;
-    if (stat(path.c_str(), &st) != 0)
-        throw io_error("cannot read " + path + ": " + strerror(errno));
-    if (S_ISDIR(st.st_mode))
-        throw io_error("cannot read " + path + ": " + strerror(EISDIR));
-    // Opening a FIFO that no one writes would block for ever.
-    if (!S_ISREG(st.st_mode) && !script_input().special_files)
-        throw io_error("cannot read " + path +
-                       ": not a regular file (--special-files reads it all the same)");
+    check_script_path(path, script_input().special_files);
     if (access(path.c_str(), R_OK) != 0)
         throw io_error("cannot read " + path + ": " + strerror(errno));
 }

@@ -32,33 +32,30 @@ std::string plural(size_t n, const std::string &what)
     return std::to_string(n) + " " + what + (what.back() == 's' ? "es" : "s");
 }
 
-// The file at `file`, read once.  A path that is not a regular file is
-// refused before it is opened unless special files are asked for (a FIFO
-// without a writer would block the open for ever, a device may never end),
-// and checked again once open, in case it was replaced meanwhile.
+// Throws io_error unless a file of status `st` may be read as a script.
+void check_status(const std::string &file, const struct stat &st, bool special_files)
+{
+    if (S_ISDIR(st.st_mode))
+        throw io_error("cannot read " + file + ": " + strerror(EISDIR));
+    if (!S_ISREG(st.st_mode) && !special_files)
+        throw io_error("cannot read " + file +
+                       ": not a regular file (--special-files reads it all the same)");
+}
+
+// The file at `file`, read once, checked before it is opened and again once
+// open, in case it was replaced meanwhile.
 std::string read_whole(const std::string &file, const load_options &opt)
 {
-    auto refuse = [&](int err) { return io_error("cannot read " + file + ": " + strerror(err)); };
-    struct stat st;
-    if (stat(file.c_str(), &st) != 0)
-        throw refuse(errno);
-    auto check = [&](const struct stat &s) {
-        if (S_ISDIR(s.st_mode))
-            return refuse(EISDIR);
-        return io_error("cannot read " + file +
-                        ": not a regular file (--special-files reads it all the same)");
-    };
-    if (!S_ISREG(st.st_mode) && (S_ISDIR(st.st_mode) || !opt.special_files))
-        throw check(st);
+    check_script_path(file, opt.special_files);
     const int fd =
         open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | (opt.special_files ? 0 : O_NONBLOCK));
     if (fd < 0)
-        throw refuse(errno);
+        throw io_error("cannot read " + file + ": " + strerror(errno));
     try {
+        struct stat st;
         if (fstat(fd, &st) != 0)
-            throw refuse(errno);
-        if (!S_ISREG(st.st_mode) && (S_ISDIR(st.st_mode) || !opt.special_files))
-            throw check(st);
+            throw io_error("cannot read " + file + ": " + strerror(errno));
+        check_status(file, st, opt.special_files);
         std::string text = read_rest(fd, file, kiv_source_limit());
         close(fd);
         return text;
@@ -318,6 +315,14 @@ const std::vector<script_model::value_set> &script_model::sets_of(std::string_vi
     }
     auto it = sets_.find(name);
     return it == sets_.end() ? none : it->second;
+}
+
+void check_script_path(const std::string &file, bool special_files)
+{
+    struct stat st;
+    if (stat(file.c_str(), &st) != 0)
+        throw io_error("cannot read " + file + ": " + strerror(errno));
+    check_status(file, st, special_files);
 }
 
 std::string read_rest(int fd, const std::string &what, uint64_t limit)

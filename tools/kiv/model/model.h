@@ -163,6 +163,12 @@ struct load_options {
     bool precompiled = false;
 };
 
+// Throws io_error unless the file at `file` may be read as a script: it
+// exists and is no directory, and, unless special files are allowed, it is
+// a regular file (a FIFO without a writer would block the open for ever, a
+// device may never end).  Looked at without opening the file.
+void check_script_path(const std::string &file, bool special_files);
+
 // The rest of what file descriptor fd gives, to its end, at most `limit`
 // bytes.  Throws io_error ("cannot read WHAT: reason") when a read fails or
 // there is more: a longer text is more than the library parses of a script
