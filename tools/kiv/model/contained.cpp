@@ -334,39 +334,24 @@ int contained_main(int argc, char **argv)
         const std::string text = read_rest(STDIN_FILENO, "the chunk", kiv_source_limit());
         kiv_set_text_only(false);
         kiv_set_log_level(atoi(argv[3]));
-        auto cfg = std::make_unique<kiv_multi_chan_cfg>();
-        auto hevc = std::make_unique<kiv_hevc_scaling_cfg>();
-        kiv_aisp_cfg aisp{};
-        kiv_aisp_fill fill{};
-        std::vector<kiv_calib_data_item> calib;
-        kiv_init(cfg.get());
-        kiv_any_load load{};
-        load.cfg = cfg.get();
-        load.hevc = hevc.get();
-        load.aisp = &aisp;
-        load.fill = &fill;
-        load.calib_room = [](void *ctx, uint32_t n) {
-            auto *items = static_cast<std::vector<kiv_calib_data_item> *>(ctx);
-            items->assign(n, {});
-            return items->data();
-        };
-        load.room_ctx = &calib;
+        script_model m;
+        kiv_any_load load = records_of(m);
         report_head h{};
         memcpy(h.magic, MAGIC, sizeof MAGIC);
         const std::string log =
             with_log([&] { h.result = kiv_load_any(argv[2], text.data(), text.size(), &load); });
         h.kind = static_cast<uint8_t>(load.kind);
         h.calib_size = load.calib_size;
-        h.calib_count = static_cast<uint32_t>(calib.size());
+        h.calib_count = static_cast<uint32_t>(m.calib.size());
         h.log_len = log.size();
-        const bool written =
-            write_all(STDOUT_FILENO, &h, sizeof h) &&
-            write_all(STDOUT_FILENO, cfg.get(), sizeof *cfg) &&
-            write_all(STDOUT_FILENO, hevc.get(), sizeof *hevc) &&
-            write_all(STDOUT_FILENO, &aisp, sizeof aisp) &&
-            write_all(STDOUT_FILENO, &fill, sizeof fill) &&
-            write_all(STDOUT_FILENO, calib.data(), calib.size() * sizeof(kiv_calib_data_item)) &&
-            write_all(STDOUT_FILENO, log.data(), log.size());
+        const bool written = write_all(STDOUT_FILENO, &h, sizeof h) &&
+                             write_all(STDOUT_FILENO, m.cfg.get(), sizeof *m.cfg) &&
+                             write_all(STDOUT_FILENO, m.hevc.get(), sizeof *m.hevc) &&
+                             write_all(STDOUT_FILENO, &m.aisp, sizeof m.aisp) &&
+                             write_all(STDOUT_FILENO, &m.fill, sizeof m.fill) &&
+                             write_all(STDOUT_FILENO, m.calib.data(),
+                                       m.calib.size() * sizeof(kiv_calib_data_item)) &&
+                             write_all(STDOUT_FILENO, log.data(), log.size());
         return written ? 0 : 3;
     } catch (const std::exception &) {
         return 3;

@@ -349,6 +349,25 @@ std::string read_rest(int fd, const std::string &what, uint64_t limit)
     }
 }
 
+kiv_any_load records_of(script_model &m)
+{
+    m.cfg = std::make_unique<kiv_multi_chan_cfg>();
+    m.hevc = std::make_unique<kiv_hevc_scaling_cfg>();
+    kiv_init(m.cfg.get());
+    kiv_any_load load{};
+    load.cfg = m.cfg.get();
+    load.hevc = m.hevc.get();
+    load.aisp = &m.aisp;
+    load.fill = &m.fill;
+    load.calib_room = [](void *ctx, uint32_t n) {
+        auto *items = static_cast<std::vector<kiv_calib_data_item> *>(ctx);
+        items->assign(n, {});
+        return items->data();
+    };
+    load.room_ctx = &m.calib;
+    return load;
+}
+
 script_model load_model(const std::string &file, const load_options &opt)
 {
     return load_model_text(file, read_whole(file, opt), opt);
@@ -362,21 +381,7 @@ script_model load_model_text(const std::string &file, std::string text, const lo
     // A precompiled chunk has no source to map.
     const bool chunk = is_precompiled(m.text);
     m.source = scan_source(chunk ? std::string_view() : std::string_view(m.text));
-    m.cfg = std::make_unique<kiv_multi_chan_cfg>();
-    m.hevc = std::make_unique<kiv_hevc_scaling_cfg>();
-    kiv_init(m.cfg.get());
-
-    kiv_any_load load{};
-    load.cfg = m.cfg.get();
-    load.hevc = m.hevc.get();
-    load.aisp = &m.aisp;
-    load.fill = &m.fill;
-    load.calib_room = [](void *ctx, uint32_t n) {
-        auto *items = static_cast<std::vector<kiv_calib_data_item> *>(ctx);
-        items->assign(n, {});
-        return items->data();
-    };
-    load.room_ctx = &m.calib;
+    kiv_any_load load = records_of(m);
 
     // Each load starts at the same level: a script's log_level stays in
     // force after its load and would otherwise change the next one's log.

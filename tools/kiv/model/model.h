@@ -175,6 +175,10 @@ void check_script_path(const std::string &file, bool special_files);
 // (kiv_source_limit()), so it could only be refused.
 std::string read_rest(int fd, const std::string &what, uint64_t limit);
 
+// Gives m fresh records (the multi-channel one reset by kiv_init) and the
+// load of any kind that fills them.
+kiv_any_load records_of(script_model &m);
+
 // Reads the file once and loads it once.  Throws io_error (common.h) when
 // the file cannot be read, is longer than any script can be or, unless the
 // options allow it, is not a regular file.
