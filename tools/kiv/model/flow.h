@@ -1,0 +1,118 @@
+// The flow of values: where each value of a configuration script was
+// written and the copies it went through before the loader read it.
+//
+// The library's run is the one verdict on a script; it cannot tell where a
+// value came from.  So the tool runs the script a second time in an
+// evaluator of its own (flow.cpp), which computes the same values as the
+// interpreter for the language a configuration uses (tables, functions,
+// closures, loops, arithmetic, concatenation; no standard library, as in
+// the loader's state) and gives every value an origin: the literal or
+// expression that made it, and for every store into a table the store, the
+// value it stored and the pass of the loop it was made in.  A value copied
+// from a description (`mode = s.mode`), passed through a helper's
+// arguments, merged with a computed key (`t[k] = v`) or patched in after
+// its table was built keeps its whole way.
+//
+// The reading ties each table the loader enters to the evaluator's table
+// at the same path, and uses the evaluator's answer only where it gives the
+// value the loader found; where the evaluator stopped or went another way
+// (it refuses what configurations never do: `goto`, a bound it reached), the
+// reading places values as it did without it.
+#ifndef KIV_TOOL_MODEL_FLOW_H
+#define KIV_TOOL_MODEL_FLOW_H
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "model/source.h"
+
+namespace kivtool
+{
+
+namespace flow
+{
+struct program;
+struct table;
+struct origin;
+} // namespace flow
+
+// One step of a value's way, as the script wrote it.
+struct flow_step {
+    enum kind_t : uint8_t {
+        written,  // a literal, a table constructor or a function: `where`
+        computed, // an operation (`s.h // 4`, `"chan_" .. i`): `where`, its operands before it
+        stored,   // stored into a table: `where` the key and the value, `key`, `value`
+    } kind = written;
+    src_span where;
+    src_span key;   // stored: the name, `[k]` or, for an element given by position, none
+    src_span value; // stored: the value expression
+    // A store made inside a loop: which pass of the innermost loop (1 for
+    // the first) and that loop's header, from `for` to `do`.
+    int64_t pass = 0;
+    src_span loop;
+};
+
+// A value of the evaluator's run.
+struct flow_value {
+    enum type_t : uint8_t { none, nil, boolean, integer, number, string, table, function };
+    type_t type = none; // none: the evaluator knows nothing here
+    bool b = false;
+    int64_t i = 0;
+    double d = 0;
+    std::string_view s;
+    const flow::table *t = nullptr;
+    const flow::origin *origin = nullptr; // how the value came here
+    const flow::origin *key = nullptr;    // for a table's entry: how its key came
+    bool known() const { return type != none; }
+};
+
+class value_flow
+{
+  public:
+    // Parses and runs `text` (a script file's text, as the interpreter reads
+    // it).  Bounded in time and memory whatever the text: a run that would
+    // go past its bounds stops there, keeping what it made.
+    value_flow(std::string_view text, const src_map &source);
+    ~value_flow();
+    value_flow(const value_flow &) = delete;
+    value_flow &operator=(const value_flow &) = delete;
+
+    // Why the run stopped before the script's end ("" when it ran to its
+    // end): the script's own error, or what the evaluator does not follow.
+    const std::string &stopped() const;
+    // The global table.
+    flow_value globals() const;
+    // An entry of a table: field `name`, or the value at integer key `key`.
+    flow_value field(const flow::table *t, std::string_view name) const;
+    flow_value element(const flow::table *t, int64_t key) const;
+    // The constructor of the source map that made table t, or -1.
+    int32_t constructor(const flow::table *t) const;
+    // The way of a value, from where it was written to its last store.  An
+    // operation's operands come before it, each with its own way.
+    std::vector<flow_step> way(const flow::origin *o) const;
+    // Calls fn for every string key of every table the run made, with the
+    // place its key was written (none when unknown).
+    void each_key(const std::function<void(const flow::table *, std::string_view, const src_span &)>
+                      &fn) const;
+
+    // When the script failed: where, and, for a nil indexed or called at
+    // the first pass of a loop, where the nil came from and that loop.
+    struct failure {
+        src_span where;      // the expression that failed
+        std::string nil_of;  // "SENSORS[0]": the nil's expression and key, when known
+        src_span loop;       // the loop at its first pass, when the nil's key is its variable
+        src_span loop_start; // that loop's start expression
+    };
+    const failure *failed() const;
+
+  private:
+    std::unique_ptr<flow::program> p_;
+};
+
+} // namespace kivtool
+
+#endif
