@@ -90,9 +90,12 @@ struct stop {
     std::string why;
 };
 
+// Entries stored as nil are kept, nil, with their origin: where a key was
+// given a value that was nil is where its absence comes from.
 struct table {
     std::unordered_map<key, entry, key_hash> entries;
     int32_t source = -1;
+    const site *made = nullptr; // its constructor
     int64_t border = 0;
 };
 
@@ -369,7 +372,8 @@ class runner
         if (it != t->entries.end() && it->second.v.t != flow_value::nil)
             return it->second.v;
         value nil;
-        origin *o = const_cast<origin *>(new_origin(origin::absent, at, nullptr));
+        origin *o = const_cast<origin *>(
+            new_origin(origin::absent, at, it != t->entries.end() ? it->second.v.o : nullptr));
         if (kk.t == flow_value::integer) {
             o->integer_key = true;
             o->key = kk.i;
@@ -380,10 +384,6 @@ class runner
     void set(table *t, const value &k, const value &v, const site *at, const origin *key_origin)
     {
         const key kk = key_of(k, at, true);
-        if (v.t == flow_value::nil) {
-            t->entries.erase(kk);
-            return;
-        }
         grow();
         entry &e = t->entries[kk];
         e.v = v;
@@ -397,7 +397,8 @@ class runner
             key k;
             k.t = flow_value::integer;
             k.i = i;
-            return t->entries.count(k) > 0;
+            auto it = t->entries.find(k);
+            return it != t->entries.end() && it->second.v.t != flow_value::nil;
         };
         while (n > 0 && !has(n)) {
             step();
@@ -820,6 +821,7 @@ class runner
     value construct(const expr *e, frame &fr)
     {
         table *t = new_table(e->tab->source);
+        t->made = e->at;
         int64_t n = 0;
         const std::vector<field> &fs = e->tab->fields;
         for (size_t i = 0; i < fs.size(); ++i) {
@@ -1084,25 +1086,8 @@ flow_value view(const value &v, const origin *key_origin)
     return out;
 }
 
-void way_of(const origin *o, std::vector<flow_step> &out)
+flow_step step_of(const origin *o)
 {
-    if (!o || out.size() >= MAX_WAY)
-        return;
-    switch (o->kind) {
-    case origin::absent:
-        return;
-    case origin::computed:
-        way_of(o->from, out);
-        way_of(o->also, out);
-        break;
-    case origin::stored:
-        way_of(o->from, out);
-        break;
-    default:
-        break;
-    }
-    if (out.size() >= MAX_WAY)
-        return;
     flow_step s;
     s.kind = o->kind == origin::stored     ? flow_step::stored
              : o->kind == origin::computed ? flow_step::computed
@@ -1116,7 +1101,34 @@ void way_of(const origin *o, std::vector<flow_step> &out)
             s.loop = o->in->loop->header;
         }
     }
-    out.push_back(s);
+    return s;
+}
+
+bool within(const src_span &inner, const src_span &outer)
+{
+    return inner.begin.offset >= outer.begin.offset && inner.end.offset <= outer.end.offset;
+}
+
+void way_of(const origin *o, std::vector<flow_step> &out)
+{
+    if (!o || out.size() >= MAX_WAY)
+        return;
+    switch (o->kind) {
+    case origin::absent:
+        way_of(o->from, out);
+        return;
+    case origin::computed:
+        way_of(o->from, out);
+        way_of(o->also, out);
+        break;
+    case origin::stored:
+        way_of(o->from, out);
+        break;
+    default:
+        break;
+    }
+    if (out.size() < MAX_WAY)
+        out.push_back(step_of(o));
 }
 
 } // namespace
@@ -1210,12 +1222,69 @@ std::vector<flow_step> value_flow::way(const flow::origin *o) const
     return out;
 }
 
+flow_step value_flow::written_at(const flow::origin *o) const
+{
+    if (!o || o->kind == flow::origin::absent)
+        return {};
+    for (size_t n = 0; o->kind == flow::origin::stored && o->from && n < flow::MAX_WAY; ++n) {
+        const flow::origin *from = o->from;
+        // A nil read from an entry that was given nil: that entry's store.
+        if (from->kind == flow::origin::absent && from->from)
+            from = from->from;
+        if (from->kind == flow::origin::stored) {
+            o = from;
+            continue;
+        }
+        if (from->kind != flow::origin::absent && !from->variable &&
+            !flow::within(from->at->where, o->at->where))
+            o = from;
+        break;
+    }
+    return flow::step_of(o);
+}
+
+// filled_at, `depth` tables deep in the table asked for.
+src_span value_flow::filled(const flow::table *t, int depth) const
+{
+    if (!t || !t->made || t->entries.empty() || depth > 8)
+        return {};
+    src_span out;
+    for (const auto &[k, e] : t->entries) {
+        if (e.v.t == flow_value::nil)
+            continue;
+        src_span at = written_at(e.v.o).where;
+        // A table the constructor makes in place is filled from elsewhere
+        // when its own entries are.
+        if (e.v.t == flow_value::table && e.v.tab->made &&
+            flow::within(e.v.tab->made->where, t->made->where))
+            at = filled(e.v.tab, depth + 1);
+        if (at.none() || flow::within(at, t->made->where))
+            return {};
+        if (out.none()) {
+            out = at;
+            continue;
+        }
+        if (at.begin.line != out.begin.line)
+            return {};
+        if (at.begin.offset < out.begin.offset)
+            out.begin = at.begin;
+        if (at.end.offset > out.end.offset)
+            out.end = at.end;
+    }
+    return out;
+}
+
+src_span value_flow::filled_at(const flow::table *t) const
+{
+    return filled(t, 0);
+}
+
 void value_flow::each_key(
     const std::function<void(const flow::table *, std::string_view, const src_span &)> &fn) const
 {
     for (const flow::table &t : p_->tables)
         for (const auto &[k, e] : t.entries)
-            if (k.t == flow_value::string)
+            if (k.t == flow_value::string && e.v.t != flow_value::nil)
                 fn(&t, k.s,
                    e.key_origin && e.key_origin->at ? e.key_origin->at->where : src_span{});
 }

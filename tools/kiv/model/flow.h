@@ -94,6 +94,17 @@ class value_flow
     // The way of a value, from where it was written to its last store.  An
     // operation's operands come before it, each with its own way.
     std::vector<flow_step> way(const flow::origin *o) const;
+    // Where a value was written, as its author would look for it: back
+    // through the stores that copied it, to the store that wrote it out
+    // (`mode = "1080p"` in a description), or to the literal or operation
+    // that made it when that stands elsewhere (`local W = 640`, `s.w // 2`
+    // in a local).  For an entry's key, pass v.key.
+    flow_step written_at(const flow::origin *o) const;
+    // Where the entries of table t were written, when its constructor
+    // writes none of them out and they were all written on one line: the
+    // call `buf(640, 360, 0, 0)` for the table `{x, y, w, h}` a helper
+    // builds from its arguments.  None otherwise.
+    src_span filled_at(const flow::table *t) const;
     // Calls fn for every string key of every table the run made, with the
     // place its key was written (none when unknown).
     void each_key(const std::function<void(const flow::table *, std::string_view, const src_span &)>
@@ -110,6 +121,7 @@ class value_flow
     const failure *failed() const;
 
   private:
+    src_span filled(const flow::table *t, int depth) const;
     std::unique_ptr<flow::program> p_;
 };
 

@@ -46,8 +46,13 @@ struct pass {
 struct origin {
     enum kind_t : uint8_t { written, computed, stored, absent } kind = written;
     bool integer_key = false;
+    // A loop's variable: not written by the script's author where the loop
+    // stands, but where its value is first stored.
+    bool variable = false;
     const site *at = nullptr;
-    const origin *from = nullptr; // computed: the first operand; stored: the value
+    // computed: the first operand; stored: the value; absent: the store of
+    // nil that left the entry absent, if one did
+    const origin *from = nullptr;
     const origin *also = nullptr; // computed: the second operand
     const pass *in = nullptr;     // stored, absent: the pass of the innermost loop
     int64_t key = 0;              // absent

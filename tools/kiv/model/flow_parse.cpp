@@ -345,7 +345,9 @@ class parser
                 s->rhs.push_back(expression());
             expect("do");
             s->loop = loop_at(b, start);
-            s->var_origin = written(new_site(b, last_end()));
+            origin *vo = const_cast<origin *>(written(new_site(b, last_end())));
+            vo->variable = true;
+            s->var_origin = vo;
             const size_t scope = fs_->active.size();
             s->vars.push_back(declare(first));
             s->body = block_of();

@@ -22,6 +22,7 @@
 #include "aisp/aisp.h"
 #include "core/any.h"
 #include "kiv.h"
+#include "model/flow.h"
 #include "model/source.h"
 
 namespace kivtool
@@ -57,6 +58,9 @@ struct read_table {
     // lookup (an ERROR that ends the reading of a table early would make
     // every key after it look unknown).
     bool whole = false;
+    // The evaluator's table at the same path (flow.h), when it computed
+    // what the loader found there; null otherwise.
+    const flow::table *flowed = nullptr;
     // The keys no loader read here.
     std::vector<std::string> unread() const;
 };
@@ -88,6 +92,9 @@ struct script_model {
     kiv_aisp_fill fill{};
     std::vector<log_line> log;
     std::vector<read_table> tables;
+    // The script run again in the tool's evaluator, where each value's way
+    // is known (flow.h): a multi-channel script's, null for other kinds.
+    std::shared_ptr<const value_flow> flow;
     // Each name the loader looked up, with the path of the first table it
     // looked in (what an unknown key may belong to).
     std::unordered_map<std::string, std::string> read_in;

@@ -478,12 +478,89 @@ void reading::collect(lua_State *L, frame &f)
     m_.tables[f.index].read.assign(keys.size(), 0);
 }
 
+namespace
+{
+
+// Whether the value at idx is the one the evaluator computed there.
+bool agrees(lua_State *L, int idx, const flow_value &v)
+{
+    switch (lua_type(L, idx)) {
+    case LUA_TNIL:
+        return v.type == flow_value::nil;
+    case LUA_TBOOLEAN:
+        return v.type == flow_value::boolean && v.b == (lua_toboolean(L, idx) != 0);
+    case LUA_TNUMBER: {
+        if (lua_isinteger(L, idx))
+            return v.type == flow_value::integer && v.i == lua_tointeger(L, idx);
+        const double d = lua_tonumber(L, idx);
+        return v.type == flow_value::number && (v.d == d || (d != d && v.d != v.d));
+    }
+    case LUA_TSTRING: {
+        size_t n;
+        const char *s = lua_tolstring(L, idx, &n);
+        return v.type == flow_value::string && v.s == std::string_view(s, n);
+    }
+    case LUA_TTABLE:
+        return v.type == flow_value::table;
+    case LUA_TFUNCTION:
+        return v.type == flow_value::function;
+    default:
+        return false;
+    }
+}
+
+} // namespace
+
+// What the evaluator holds where the loader looks: field `name` or element
+// `index` of frame f's table, or element `index` of its array `name`.
+flow_value reading::flowed_value(const frame &f, const char *name, int32_t index) const
+{
+    if (!m_.flow || !f.flowed)
+        return {};
+    const value_flow &fl = *m_.flow;
+    if (name && index >= 0) {
+        const flow_value array = fl.field(f.flowed, name);
+        return array.type == flow_value::table ? fl.element(array.t, int64_t{index} + 1)
+                                               : flow_value{};
+    }
+    return name ? fl.field(f.flowed, name) : fl.element(f.flowed, int64_t{index} + 1);
+}
+
+// The place of a value the evaluator followed: a table where it was stored
+// last (the field that names it here), any other value where it was written.
+place reading::flowed_place(const flow_value &v) const
+{
+    const std::vector<flow_step> way = m_.flow->way(v.origin);
+    if (way.empty())
+        return {};
+    if (v.type == flow_value::table) {
+        const src_span filled = m_.flow->filled_at(v.t);
+        if (!filled.none())
+            return {filled, {}, true}; // the arguments of a call, not a table as written
+    }
+    const flow_step s = m_.flow->written_at(v.origin);
+    return {s.where, s.kind == flow_step::stored ? s.value : s.where, v.type != flow_value::nil};
+}
+
 void reading::lookup(lua_State *L, const char *name, int32_t index, kiv_want want)
 {
     frame &f = stack_.back();
-    if (!f.table) { // the global table, first looked into now
+    if (!flow_tried_ && stack_.size() == 1) {
+        // The evaluator follows a multi-channel configuration only (the
+        // other kinds are tables of numbers whose places the source map
+        // gives), from its table, the first the reading enters.
+        flow_tried_ = true;
+        if (m_.text.find("_resource_config_") != std::string::npos) {
+            auto fl = std::make_shared<value_flow>(m_.text, m_.source);
+            const flow_value top = fl->field(fl->globals().t, "_resource_config_");
+            f.flowed = top.type == flow_value::table ? top.t : nullptr;
+            m_.flow = std::move(fl);
+        }
+    }
+    if (!f.table) { // the table, first looked into now
         f.table = lua_topointer(L, -2);
         f.ctor = ctor_of(L, -2, -1);
+        m_.tables[f.index].flowed = f.flowed;
     }
     // An element of the array that field `name` holds (the array is at -2).
     const bool element = name && index >= 0;
@@ -493,21 +570,47 @@ void reading::lookup(lua_State *L, const char *name, int32_t index, kiv_want wan
     last_named_ = name != nullptr;
     last_name_ = name ? name : "";
     last_index_ = index;
-    const int32_t in = element ? ctor_of(L, -2, -1) : f.ctor;
+    const flow_value fv = flowed_value(f, name, index);
+    const bool followed = fv.known() && agrees(L, -1, fv);
     const void *holder = element ? lua_topointer(L, -2) : f.table;
+    if (followed && element && m_.flow) {
+        const int32_t c = m_.flow->constructor(m_.flow->field(f.flowed, name).t);
+        if (c >= 0)
+            ctors_.emplace(holder, c);
+    }
+    const int32_t in = element ? ctor_of(L, -2, -1) : f.ctor;
     const char *key = element ? nullptr : name;
     std::string path = element ? indexed(joined(f.rec, name), index)
                        : name  ? joined(f.rec, name)
                                : indexed(f.rec, index);
     if (key)
         mark_read(f, key, lua_type(L, -1) != LUA_TNIL);
-    cur_ = place_of(L, holder, in, key, index);
-    if (lua_type(L, -1) == LUA_TTABLE) {
-        const src_field *fl = find_field(in, key, index);
-        cur_ = table_value(lua_topointer(L, -1), ctor_of(L, -1, fl ? fl->constructor : -1), cur_);
-    } else if (lua_type(L, -1) != LUA_TNIL &&
-               (!cur_.present || !gives(L, -1, span_text(m_.text, cur_.value)))) {
-        cur_ = patched(L, in, key);
+    cur_flowed_ = followed && fv.type == flow_value::table ? fv.t : nullptr;
+    if (followed && fv.type != flow_value::nil) {
+        if (fv.type == flow_value::table) {
+            const int32_t c = m_.flow->constructor(fv.t);
+            if (c >= 0)
+                ctors_.emplace(lua_topointer(L, -1), c);
+        }
+        cur_ = flowed_place(fv);
+        if (!cur_.present)
+            cur_ = place_of(L, holder, in, key, index);
+    } else if (followed) {
+        // Absent, or given a nil: where it was given one, else the '{' of
+        // the table that lacks it.
+        cur_ = fv.origin ? flowed_place(fv) : place{};
+        if (cur_.where.none() && in >= 0)
+            cur_ = {brace(m_.source.constructors[static_cast<size_t>(in)]), {}, false};
+    } else {
+        cur_ = place_of(L, holder, in, key, index);
+        if (lua_type(L, -1) == LUA_TTABLE) {
+            const src_field *fl = find_field(in, key, index);
+            cur_ =
+                table_value(lua_topointer(L, -1), ctor_of(L, -1, fl ? fl->constructor : -1), cur_);
+        } else if (lua_type(L, -1) != LUA_TNIL &&
+                   (!cur_.present || !gives(L, -1, span_text(m_.text, cur_.value)))) {
+            cur_ = patched(L, in, key);
+        }
     }
     cur_found_ = lua_type(L, -1) != LUA_TNIL;
     cur_table_ = f.index;
@@ -592,6 +695,7 @@ void reading::enter()
     f.chan_rec = p.chan_rec;
     f.rec = last_named_ ? joined(p.rec, last_name_) : indexed(p.rec, last_index_);
     f.self = cur_;
+    f.flowed = cur_flowed_;
     name_entered(p, f);
     f.index = m_.tables.size();
     m_.tables.emplace_back();

@@ -82,7 +82,9 @@ class reading
         bool pending_error = false; // an ERROR was logged since its last lookup
         bool stopped = false;       // its last lookup found no table or array where one was wanted
         std::string stopped_at;
-        place self;                                     // where the table itself was named
+        place self; // where the table itself was named
+        // The evaluator's table at the same path, when it agreed so far.
+        const flow::table *flowed = nullptr;
         std::unordered_map<std::string, int64_t> given; // integers given, by key or "key[i]"
         std::vector<std::string> reported;              // keys with a slip of their own
     };
@@ -96,6 +98,10 @@ class reading
     // and what an enter takes for the table entered.
     std::string cur_path_;
     place cur_;
+    // The evaluator's table for a table the last lookup found, when the
+    // evaluator found the same.
+    const flow::table *cur_flowed_ = nullptr;
+    bool flow_tried_ = false;
     bool cur_found_ = false;
     size_t cur_table_ = 0;
     // Tables left since the last lookup: an ERROR logged now is the failure
@@ -116,6 +122,8 @@ class reading
     std::vector<std::unique_ptr<field_index>> fields_;
 
     int32_t ctor_of(lua_State *L, int idx, int32_t hint);
+    flow_value flowed_value(const frame &f, const char *name, int32_t index) const;
+    place flowed_place(const flow_value &v) const;
     const src_field *find_field(int32_t ctor, const char *name, int32_t index);
     void mark_read(frame &f, const char *name, bool present);
     place place_of(lua_State *L, const void *table, int32_t ctor, const char *name, int32_t index);
