@@ -9,6 +9,9 @@ local ch = _resource_config_.channels[1]
 ch.enable_group = 0
 ch.group_idx = 1
 ch.zzz = {}
+--- a canvas of one channel: its enable_order, read for two or more, is known | kiv lint -q --disable overlapping-windows {}
+_resource_config_.canvas[1].enable_order = 1
+_resource_config_.canvas[1].zzz = 1
 --- an unknown key, a value that loses its sign, a table for a number | kiv lint -q --disable overlapping-windows {}
 ch.vsrc.mode_x = 1
 ch.vsrc.bits = -1

@@ -57,6 +57,26 @@
 -- edit: possible_enc_src_map = 0x2 => possible_enc_src_map = 0x12
 --- a channel resampling above its source's rate | kiv lint -q {}
 -- edit: idsp_fps = 25, => idsp_fps = 30,
+--- a canvas faster than its sensor | kiv lint -q {}
+-- edit: source = {"chan_1.main"}, frame_rate = 25 => source = {"chan_1.main"}, frame_rate = 30
+--- canvases faster than the channel that resamples for them | kiv lint -q {}
+-- edit: idsp_fps = 30, => idsp_fps = 15,
+--- a canvas of two channels at the faster one's rate | kiv lint -q {}
+-- edit: output = {0, 0, 1280, 720} }, => output = {0, 0, 1280, 720} },\n\t\t\tsecond = { max_output = {640, 360}, input = {0, 0, 1280, 720}, output = {640, 0, 640, 360} },
+-- edit: size = {640, 360}, source = {"chan_0.third"} => size = {1280, 360}, source = {"chan_0.third", "chan_1.second"}, enable_order = 1
+--- a canvas of two channels above the faster one's rate | kiv lint -q {}
+-- edit: output = {0, 0, 1280, 720} }, => output = {0, 0, 1280, 720} },\n\t\t\tsecond = { max_output = {640, 360}, input = {0, 0, 1280, 720}, output = {640, 0, 640, 360} },
+-- edit: size = {640, 360}, source = {"chan_0.third"}, frame_rate = 30 => size = {1280, 360}, source = {"chan_0.third", "chan_1.second"}, enable_order = 1, frame_rate = 60
+--- rates in thousandths: canvases at 30 fed by a 29.97 channel | kiv lint -q {}
+-- edit: enable_hp_fps = 0, => enable_hp_fps = 1,
+-- edit: fps = 30, => fps = 30000,
+-- edit: fps = 25, => fps = 25000,
+-- edit: idsp_fps = 30, => idsp_fps = 29970,
+-- edit: idsp_fps = 25, => idsp_fps = 25000,
+-- edit: frame_rate = 30 }, => frame_rate = 30000 },
+-- edit: frame_rate = 25 }, => frame_rate = 25000 },
+-- edit: vout_id = 1, frame_rate = 30 => vout_id = 1, frame_rate = 30000
+-- edit: frame_rate = 30 }, => frame_rate = 30000 },
 --- an input window larger than the sensor's picture | kiv lint -q {}
 -- edit: input = {0, 0, 1280, 720} => input = {0, 0, 1920, 1080}
 --- memory reserved below a stream | kiv lint -q {}

@@ -585,6 +585,11 @@ void reading::lookup(lua_State *L, const char *name, int32_t index, kiv_want wan
                                : indexed(f.rec, index);
     if (key)
         mark_read(f, key, lua_type(L, -1) != LUA_TNIL);
+    // The binder reads a canvas's `enable_order` only when its sources come
+    // from two channels or more, and says nothing of it otherwise: the key
+    // is known there all the same (the dump writes it in every canvas).
+    if (key && f.kind == tkind::canvas && strcmp(key, "source") == 0)
+        mark_read(f, "enable_order", false);
     cur_flowed_ = followed && fv.type == flow_value::table ? fv.t : nullptr;
     if (followed && fv.type != flow_value::nil) {
         if (fv.type == flow_value::table) {
@@ -714,10 +719,16 @@ void reading::name_entered(const frame &p, frame &f)
     const std::string &n = last_name_;
     switch (p.kind) {
     case tkind::root:
-        f.kind = n == "channels" ? tkind::channels : n == "streams" ? tkind::streams : tkind::other;
+        f.kind = n == "channels"  ? tkind::channels
+                 : n == "canvas"  ? tkind::canvases
+                 : n == "streams" ? tkind::streams
+                                  : tkind::other;
         return;
     case tkind::channels:
         f.kind = tkind::channel;
+        return;
+    case tkind::canvases:
+        f.kind = tkind::canvas;
         return;
     case tkind::streams:
         f.kind = tkind::stream;

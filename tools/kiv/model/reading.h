@@ -69,7 +69,19 @@ class reading
     void finish();
 
   private:
-    enum class tkind { other, root, channels, channel, pass, pyramid, vsrc, streams, stream };
+    enum class tkind {
+        other,
+        root,
+        channels,
+        channel,
+        pass,
+        pyramid,
+        vsrc,
+        canvases,
+        canvas,
+        streams,
+        stream
+    };
     struct frame {
         tkind kind = tkind::other;
         std::string rec;      // the record path its keys are named under

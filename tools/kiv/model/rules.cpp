@@ -372,6 +372,76 @@ void resample_above_source(const script_model &m, findings &out)
     }
 }
 
+// Whether a rate is written in the other unit than enable_hp_fps says:
+// with it set, a rate below one frame per second (30 for 30 frames); without
+// it, a million frames per second or more (30000 for 30).
+bool other_unit(bool hp, uint32_t thousandths)
+{
+    return hp ? thousandths < 1000 : thousandths >= 1000000;
+}
+
+// The frame rate a channel delivers and the field that sets it: its
+// resampling rate when it resamples below its source, else its source's
+// (a channel resampling above it gives no more: resample-above-source says
+// so); 0 when neither is given.
+struct delivered {
+    uint32_t thousandths = 0;
+    std::string path;
+};
+
+delivered channel_rate(const kiv_channel_cfg &ch, int c)
+{
+    const std::string at = "channels[" + num(c) + "]";
+    if (ch.idsp_fps_hp && (!ch.vsrc.fps_hp || ch.idsp_fps_hp < ch.vsrc.fps_hp))
+        return {ch.idsp_fps_hp, at + ".idsp_fps"};
+    return {ch.vsrc.fps_hp, at + ".vsrc.fps"};
+}
+
+// A canvas whose frame_rate is above what the fastest of the channels that
+// feed it delivers.  A canvas without a rate runs at its channels' rate; a
+// source whose rate is unknown, or written in the other unit than the
+// canvas's (rate-units says so), is not compared.
+void rate_above_source(const script_model &m, findings &out)
+{
+    if (!multi(m))
+        return;
+    const kiv_multi_chan_cfg &cfg = *m.cfg;
+    const bool hp = cfg.enable_hp_fps;
+    for (int i = 0; i < canvases(cfg); ++i) {
+        const uint32_t rate = cfg.canvas[i].frame_rate_hp;
+        if (rate == 0)
+            continue;
+        std::vector<int> fed_by;
+        each_buffer(cfg, [&](int c, int, int, const kiv_src_buf_cfg &sb) {
+            if (sb.canvas_id == i && std::find(fed_by.begin(), fed_by.end(), c) == fed_by.end())
+                fed_by.push_back(c);
+        });
+        int fastest = -1;
+        delivered best;
+        bool comparable = !fed_by.empty();
+        for (int c : fed_by) {
+            const delivered d = channel_rate(cfg.channels[c], c);
+            comparable = comparable && d.thousandths &&
+                         other_unit(hp, d.thousandths) == other_unit(hp, rate);
+            if (d.thousandths > best.thousandths) {
+                best = d;
+                fastest = c;
+            }
+        }
+        if (!comparable || rate <= best.thousandths)
+            continue;
+        const src_span from = m.where(best.path);
+        const std::string path = "canvas[" + num(i) + "].frame_rate";
+        add(out, "rate-above-source", path,
+            "frame_rate " + rate_text(hp, rate) + " is above the frame rate of its " +
+                (fed_by.size() == 1 ? "source" : "fastest source") + ", chan_" + num(fastest) +
+                ", which delivers " + rate_text(hp, best.thousandths) + " (" + best.path +
+                (from.none() ? std::string() : " at line " + num(from.begin.line)) +
+                "): a canvas cannot show frames its sources do not give",
+            m.where(path));
+    }
+}
+
 // Rates written in the other unit than enable_hp_fps says: with it set,
 // 30 is 0.03 frames per second; without it, 30000 is thirty thousand.  When
 // every rate of the script is in the other unit, the flag is what is wrong:
@@ -397,7 +467,7 @@ void rate_units(const script_model &m, findings &out)
     for (int i = 0; i < canvases(cfg); ++i)
         rates.push_back({"canvas[" + num(i) + "].frame_rate", cfg.canvas[i].frame_rate_hp});
     std::erase_if(rates, [](const rate &r) { return r.thousandths == 0; });
-    auto odd = [&](const rate &r) { return hp ? r.thousandths < 1000 : r.thousandths >= 1000000; };
+    auto odd = [&](const rate &r) { return other_unit(hp, r.thousandths); };
     const size_t n = static_cast<size_t>(std::count_if(rates.begin(), rates.end(), odd));
     if (n == 0)
         return;
@@ -674,6 +744,9 @@ const std::vector<rule> &all_rules()
         {"resample-above-source", severity::warning,
          "A channel resampling (idsp_fps) above the frame rate of its source.", false,
          resample_above_source},
+        {"rate-above-source", severity::warning,
+         "A canvas whose frame_rate is above the frame rate of every channel that feeds it.", false,
+         rate_above_source},
         {"rate-units", severity::warning,
          "A frame rate written in whole frames under enable_hp_fps = 1 (30 is then 0.03 fps), or "
          "in thousandths without it.",
