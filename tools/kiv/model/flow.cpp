@@ -6,6 +6,7 @@
 // stop the run where the interpreter's would.
 #include "model/flow.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
@@ -100,6 +101,7 @@ struct table {
 };
 
 struct program {
+    const src_map *source = nullptr;
     ast a;
     std::string stopped;
     std::deque<table> tables;
@@ -243,6 +245,7 @@ class runner
     // The value a numeric loop's variable takes in the pass about to start.
     bool var_set_ = false;
     int64_t var_ = 0;
+    const table *over_ = nullptr; // a numeric loop's list, when its limit is #list
     struct nested {
         runner &r;
         explicit nested(runner &q) : r(q)
@@ -387,7 +390,9 @@ class runner
         grow();
         entry &e = t->entries[kk];
         e.v = v;
-        e.v.o = new_origin(origin::stored, at, v.o);
+        origin *o = const_cast<origin *>(new_origin(origin::stored, at, v.o));
+        o->table = t;
+        e.v.o = o;
         e.key_origin = key_origin;
     }
     int64_t length(table *t)
@@ -508,17 +513,28 @@ class runner
     }
     // Runs a loop's body while `more(pass)` says so, each pass known to the
     // stores made in it.
+    // A name, or a field of one by a literal key: evaluating it again has
+    // no effect and gives the same.
+    static bool plain(const expr *e)
+    {
+        if (e->k == ek::local || e->k == ek::upval || e->k == ek::global)
+            return true;
+        return e->k == ek::index && plain(e->a) &&
+               (e->b->k == ek::string || e->b->k == ek::integer);
+    }
     template <typename More>
     flow_ctl loop(const stat *s, frame &fr, More more)
     {
         const pass *outer = pass_;
+        const table *over = over_; // set by a numeric loop for its own passes only
+        over_ = nullptr;
         flow_ctl result = flow_ctl::normal;
         for (int64_t n = 1;; ++n) {
             step();
             if (!more(n))
                 break;
             grow();
-            pass_ = &p_.passes.emplace_back(pass{s->loop, n, outer, var_set_, var_});
+            pass_ = &p_.passes.emplace_back(pass{s->loop, n, outer, var_set_, var_, over});
             var_set_ = false;
             const flow_ctl c = exec(s->body, fr);
             pass_ = outer;
@@ -535,6 +551,12 @@ class runner
     flow_ctl for_num(const stat *s, frame &fr)
     {
         const value v0 = eval(s->rhs[0], fr), v1 = eval(s->rhs[1], fr);
+        const table *over = nullptr;
+        if (const expr *l = s->rhs[1]; l->k == ek::unop && l->o == op::len && plain(l->a)) {
+            const value listed = eval(l->a, fr); // evaluated again: it has no effect of its own
+            if (listed.t == flow_value::table)
+                over = listed.tab;
+        }
         value v2;
         v2.t = flow_value::integer;
         v2.i = 1;
@@ -566,6 +588,7 @@ class runner
                 il = f >= 0x1p63 ? INT64_MAX : f < -0x1p63 ? INT64_MIN : static_cast<int64_t>(f);
             }
         }
+        over_ = over;
         return loop(s, fr, [&](int64_t n) {
             value v;
             v.o = s->var_origin;
@@ -1099,6 +1122,15 @@ flow_step step_of(const origin *o)
         if (o->in) {
             s.pass = o->in->n;
             s.loop = o->in->loop->header;
+            s.limit = o->in->loop->limit;
+            if (const table *over = o->in->over) {
+                key k;
+                k.t = flow_value::integer;
+                k.i = o->in->n;
+                auto it = over->entries.find(k);
+                if (it != over->entries.end() && it->second.v.o)
+                    s.element = it->second.v.o->at->where;
+            }
         }
     }
     return s;
@@ -1141,6 +1173,7 @@ namespace kivtool
 value_flow::value_flow(std::string_view text, const src_map &source)
     : p_(std::make_unique<flow::program>())
 {
+    p_->source = &source;
     if (text.size() > flow::MAX_TEXT) {
         p_->stopped = "a text longer than the evaluator follows";
         return;
@@ -1228,9 +1261,16 @@ flow_step value_flow::written_at(const flow::origin *o) const
         return {};
     for (size_t n = 0; o->kind == flow::origin::stored && o->from && n < flow::MAX_WAY; ++n) {
         const flow::origin *from = o->from;
-        // A nil read from an entry that was given nil: that entry's store.
+        // A nil read from an entry that was given nil: that entry's store;
+        // read from a table made elsewhere that lacks it: that table.
         if (from->kind == flow::origin::absent && from->from)
             from = from->from;
+        else if (from->kind == flow::origin::absent && from->table && from->table->made &&
+                 !flow::within(from->table->made->where, o->at->where)) {
+            flow_step lacking;
+            lacking.where = from->table->made->where;
+            return lacking;
+        }
         if (from->kind == flow::origin::stored) {
             o = from;
             continue;
@@ -1247,6 +1287,11 @@ flow_step value_flow::written_at(const flow::origin *o) const
 src_span value_flow::filled(const flow::table *t, int depth) const
 {
     if (!t || !t->made || t->entries.empty() || depth > 8)
+        return {};
+    // Only a helper function's constructor is a template its caller fills.
+    const auto &cs = p_->source->constructors;
+    if (t->source < 0 || static_cast<size_t>(t->source) >= cs.size() ||
+        cs[static_cast<size_t>(t->source)].function == 0)
         return {};
     src_span out;
     for (const auto &[k, e] : t->entries) {
@@ -1277,6 +1322,35 @@ src_span value_flow::filled(const flow::table *t, int depth) const
 src_span value_flow::filled_at(const flow::table *t) const
 {
     return filled(t, 0);
+}
+
+src_span value_flow::keys_listed_in(const flow::table *t) const
+{
+    const flow::table *list = nullptr;
+    for (const auto &[k, e] : t ? t->entries : decltype(t->entries){}) {
+        if (k.t != flow_value::string)
+            continue;
+        const flow::origin *o = e.key_origin;
+        // Back to the store that put the key's string in a list.
+        while (o && o->kind == flow::origin::stored && o->from &&
+               o->from->kind == flow::origin::stored)
+            o = o->from;
+        if (!o || o->kind != flow::origin::stored || !o->at->key.none() || !o->table ||
+            (list && list != o->table))
+            return {};
+        list = o->table;
+    }
+    return list && list->made ? list->made->where : src_span{};
+}
+
+std::vector<const flow::table *> value_flow::tables_of(const flow::origin *o) const
+{
+    std::vector<const flow::table *> out;
+    for (size_t n = 0; o && n < flow::MAX_WAY; ++n, o = o->from)
+        if (o->kind == flow::origin::stored && o->table)
+            out.push_back(o->table);
+    std::reverse(out.begin(), out.end());
+    return out;
 }
 
 void value_flow::each_key(

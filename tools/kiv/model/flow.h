@@ -54,6 +54,11 @@ struct flow_step {
     // the first) and that loop's header, from `for` to `do`.
     int64_t pass = 0;
     src_span loop;
+    // ... a numeric loop: its limit expression, and when the limit is the
+    // length of a list (`#sensors`), where that list's element of this
+    // pass was written (the element that made the pass).
+    src_span limit;
+    src_span element;
 };
 
 // A value of the evaluator's run.
@@ -77,6 +82,8 @@ class value_flow
     // it).  Bounded in time and memory whatever the text: a run that would
     // go past its bounds stops there, keeping what it made.
     value_flow(std::string_view text, const src_map &source);
+    // Keeps `source` (which must outlive it) to tell the constructors of
+    // helper functions from those of the main chunk.
     ~value_flow();
     value_flow(const value_flow &) = delete;
     value_flow &operator=(const value_flow &) = delete;
@@ -105,6 +112,13 @@ class value_flow
     // call `buf(640, 360, 0, 0)` for the table `{x, y, w, h}` a helper
     // builds from its arguments.  None otherwise.
     src_span filled_at(const flow::table *t) const;
+    // When every string key of table t was written as an element of one
+    // list (`t[k] = ...` for each k of `{"type", "vout_id"}`): that list's
+    // constructor.  None otherwise.
+    src_span keys_listed_in(const flow::table *t) const;
+    // The tables the stores of a value's way stored it into, in order:
+    // a description's, a defaults table's, then the configuration's.
+    std::vector<const flow::table *> tables_of(const flow::origin *o) const;
     // Calls fn for every string key of every table the run made, with the
     // place its key was written (none when unknown).
     void each_key(const std::function<void(const flow::table *, std::string_view, const src_span &)>

@@ -28,6 +28,7 @@ struct site {
 struct loop_site {
     src_span header;
     src_span start;
+    src_span limit; // a numeric `for`'s limit expression
 };
 
 // One pass of a loop, for the stores made in it.
@@ -37,6 +38,9 @@ struct pass {
     const pass *outer;
     bool has_var; // a numeric loop: its variable's value in this pass
     int64_t var;
+    // A numeric loop whose limit is the length of a table (`#sensors`):
+    // that table, whose element n made this pass.
+    const struct table *over;
 };
 
 // How a value came where it is: written at a site, computed at one from
@@ -56,6 +60,8 @@ struct origin {
     const origin *also = nullptr; // computed: the second operand
     const pass *in = nullptr;     // stored, absent: the pass of the innermost loop
     int64_t key = 0;              // absent
+    // stored: the table stored into; absent: the table looked in
+    const struct table *table = nullptr;
 };
 
 enum class ek : uint8_t {

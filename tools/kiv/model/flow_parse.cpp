@@ -340,11 +340,14 @@ class parser
             s->rhs.push_back(expression());
             const src_span start{sb, last_end()};
             expect(",");
+            const src_pos lb = cur().begin;
             s->rhs.push_back(expression());
+            const src_span limit{lb, last_end()};
             if (accept(","))
                 s->rhs.push_back(expression());
             expect("do");
             s->loop = loop_at(b, start);
+            const_cast<loop_site *>(s->loop)->limit = limit;
             origin *vo = const_cast<origin *>(written(new_site(b, last_end())));
             vo->variable = true;
             s->var_origin = vo;
