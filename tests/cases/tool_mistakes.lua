@@ -51,6 +51,10 @@
 -- edit: vsrc = rear, => vsrc = rear,\n\t\t\tmode = "720p",
 --- a missing comma: placed at the end of the line that lacks it | kiv check -q {}
 -- edit: idsp_fps = 25, => idsp_fps = 25
+--- a list left open: placed at its '{', which the lines after it leave by their indentation | kiv check -q {}
+-- edit: \t\t\t\t},\n\t\t\t}, => \t\t\t},
+--- a table left open where a ',' seems missing: the table, not the ',' | kiv check -q {}
+-- edit: main = { max_output = {1920, 1080}, input = {0, 0, 1920, 1080}, output = {0, 0, 1920, 1080} }, => main = { max_output = {1920, 1080}, input = {0, 0, 1920, 1080}, output = {0, 0, 1920, 1080}
 --- a version this library does not know | kiv check -q {}
 -- edit: version = 1, => version = 2,
 --- a stream map naming a canvas that does not exist | kiv lint -q {}

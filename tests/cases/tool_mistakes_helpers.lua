@@ -34,5 +34,7 @@ _resource_config_.streams[2].max_size = {3840, 2160}
 -- edit: hdr_mode = "linear", bits = 12 } => hdr_mode = "linear", bits = 12, hflip = 1 }
 --- an undefined name: nil where a table goes | kiv check -q {}
 -- edit: vsrc = sensor(i), => vsrc = sensr,
---- a missing closing brace | kiv check -q {}
+--- a call left open: placed at its '(', not at the '}' the interpreter stops at | kiv check -q {}
 -- edit: second = buf(640, 360, i * 640, 0), => second = buf(640, 360, i * 640, 0,
+--- a loop without its end: placed at the loop, not at the end of the file | kiv check -q {}
+-- edit: \t}\nend\n\n_resource_config_ => \t}\n\n_resource_config_

@@ -374,11 +374,18 @@ std::string explain(const script_model &m, const log_line &l)
 {
     const std::string t = library_text(l.text);
     if (t.starts_with("lua error msg is ")) {
-        // The place already says "FILE:LINE".
+        // The place already says "FILE:LINE", unless a note moved it off
+        // the line the interpreter names (to a bracket left open above).
         std::string msg = trimmed(t.substr(17));
         const size_t cut = msg.find(": ");
-        if (!l.where.none() && cut != std::string::npos && msg.find(":") < cut)
-            msg = msg.substr(cut + 2);
+        if (!l.where.none() && cut != std::string::npos && msg.find(":") < cut) {
+            const size_t colon = msg.rfind(':', cut - 1);
+            const std::string named = msg.substr(colon + 1, cut - colon - 1);
+            const bool moved = !named.empty() &&
+                               named.find_first_not_of("0123456789") == std::string::npos &&
+                               named != std::to_string(l.where.begin.line);
+            msg = (moved ? "line " + named + ": " : "") + msg.substr(cut + 2);
+        }
         return l.note.empty() ? msg : msg + " (" + l.note + ")";
     }
     if (t.starts_with("vin mode '"))

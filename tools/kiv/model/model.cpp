@@ -14,6 +14,7 @@
 #include "core/sections.h"
 #include "model/contained.h"
 #include "model/reading.h"
+#include "model/structure.h"
 #include "core/run.h"
 
 namespace kivtool
@@ -67,8 +68,9 @@ std::string read_whole(const std::string &file, const load_options &opt)
 
 // The line a message of the interpreter names ("FILE:LINE: ..."), whole
 // from its first character that is not blank: the run's closing message
-// when the script failed to parse or run.  0 when it names none.
-uint32_t message_line(const std::string &text)
+// when the script failed to parse or run; `rest` is set to what it says
+// after "FILE:LINE: ".  0 when it names none.
+uint32_t message_line(const std::string &text, std::string_view &rest)
 {
     const size_t at = text.find("lua error msg is ");
     if (at == std::string::npos)
@@ -77,46 +79,12 @@ uint32_t message_line(const std::string &text)
         size_t d = c + 1;
         while (d < text.size() && isdigit(static_cast<unsigned char>(text[d])))
             ++d;
-        if (d > c + 1 && d + 1 < text.size() && text[d] == ':' && text[d + 1] == ' ')
+        if (d > c + 1 && d + 1 < text.size() && text[d] == ':' && text[d + 1] == ' ') {
+            rest = std::string_view(text).substr(d + 2);
             return static_cast<uint32_t>(strtoul(text.c_str() + c + 1, nullptr, 10));
+        }
     }
     return 0;
-}
-
-// A syntax error near the first token of a line whose line above ends a
-// value ("'}' expected near 'fps'"): the mistake is the ',' missing at the
-// end of that line, which is where it is placed.
-void missing_separator(const std::string &text, log_line &l)
-{
-    const size_t near = l.text.find(" near '");
-    if (near == std::string::npos || l.text.find("expected") == std::string::npos)
-        return;
-    const size_t q = l.text.find('\'', near + 7);
-    const std::string token = l.text.substr(near + 7, q == std::string::npos ? 0 : q - near - 7);
-    if (token.empty() || text.compare(l.where.begin.offset, token.size(), token) != 0)
-        return;
-    // The last character of code before the line: blanks, and lines that
-    // hold only a comment, are passed over.
-    for (uint32_t line = l.where.begin.line - 1; line > 0; --line) {
-        src_span s = line_span(text, line);
-        std::string_view code = span_text(text, s);
-        if (code.empty() || code.starts_with("--"))
-            continue;
-        const size_t comment = code.find("--");
-        code = code.substr(0, comment == std::string::npos ? code.size() : comment);
-        while (!code.empty() && (code.back() == ' ' || code.back() == '\t'))
-            code.remove_suffix(1);
-        if (code.empty() || std::string_view(",;{([=").find(code.back()) != std::string_view::npos)
-            return;
-        s.begin.offset += static_cast<uint32_t>(code.size() - 1);
-        s.begin.col += static_cast<uint32_t>(code.size() - 1);
-        s.end = s.begin;
-        ++s.end.offset;
-        ++s.end.col;
-        l.where = s;
-        l.note = "is a ',' missing at the end of line " + std::to_string(line) + "?";
-        return;
-    }
 }
 
 } // namespace
@@ -409,10 +377,14 @@ script_model load_model_text(const std::string &file, std::string text, const lo
         m.ran = false;
         if (chunk && !opt.precompiled)
             l.note = PRECOMPILED_NOTE;
-        else if (uint32_t line = chunk ? 0 : message_line(l.text)) {
+        else if (std::string_view said; uint32_t line = chunk ? 0 : message_line(l.text, said)) {
             l.where = line_span(m.text, line);
             l.path.clear();
-            missing_separator(m.text, l);
+            // A bracket left open, or a ',' missing, that the indentation shows.
+            if (structure_hint h = hint_structure(m.text, line, said); !h.where.none()) {
+                l.where = h.where;
+                l.note = std::move(h.note);
+            }
         }
     }
     r.finish();
