@@ -30,7 +30,7 @@ namespace kit
 
 void add(findings &out, const char *id, std::string path, std::string message, src_span where)
 {
-    out.push_back({find_rule(id), std::move(path), std::move(message), where});
+    out.push_back({find_rule(id), std::move(path), std::move(message), where, {}});
 }
 
 std::string num(int64_t v)

@@ -26,11 +26,20 @@ struct rule {
     void (*find)(const script_model &m, std::vector<finding> &out);
 };
 
+// Another place a finding concerns: where its value was copied on its way
+// ("copied here"), the other side of an inconsistency, the loop that made
+// an element.
+struct related_place {
+    src_span where;
+    std::string message; // what the place is, one short phrase
+};
+
 struct finding {
     const rule *r;
     std::string path;    // the record's field ("channels[1].vsrc.fps"), or the script's key
     std::string message; // what is wrong, and how it reads in the script
     src_span where;      // where in the script; none for the file as a whole
+    std::vector<related_place> related; // in the order of the value's way
 };
 
 // Every rule, in the order of the documentation.
