@@ -71,6 +71,8 @@ struct place {
     src_span where; // the key and its value, or the constructor's '{'
     src_span value; // the value alone
     bool present = false;
+    // How the value came there, when the evaluator followed it (flow.h).
+    const flow::origin *origin = nullptr;
 };
 
 struct script_model {

@@ -104,10 +104,17 @@ void unknown_key(const script_model &m, findings &out)
                 hint = "; it is read in " + (elsewhere->second.empty()
                                                  ? std::string("the top-level table")
                                                  : elsewhere->second);
-            // Written in the table, or patched in afterwards.
-            const src_field *f = field_of(m.source, t.ctor, k.c_str(), -1);
-            src_span where = f ? f->key : src_span{};
-            for (int32_t i : f ? std::vector<int32_t>{} : m.assignments_to(k))
+            // Where the key was written: followed by the evaluator (a key a
+            // loop takes from a list is placed in the list), else written
+            // in the table or patched in afterwards.
+            src_span where;
+            if (m.flow && t.flowed)
+                if (const flow_value v = m.flow->field(t.flowed, k); v.key)
+                    where = m.flow->written_at(v.key).where;
+            const src_field *f = where.none() ? field_of(m.source, t.ctor, k.c_str(), -1) : nullptr;
+            if (f)
+                where = f->key;
+            for (int32_t i : f || !where.none() ? std::vector<int32_t>{} : m.assignments_to(k))
                 where = m.source.assignments[static_cast<size_t>(i)].key;
             const std::string what = t.whole ? "no loader reads `" + k + "` here: it is ignored"
                                              : "no loader reads `" + k +
@@ -697,6 +704,29 @@ void lossy_round_trip(const script_model &m, findings &out)
     }
 }
 
+// The places a finding's value went through after (or before) the place
+// of the finding: "written here" for where it was made, "copied here" for
+// each store on its way, at most one per line and a few in all.
+std::vector<related_place> copies_of(const script_model &m, const finding &f)
+{
+    std::vector<related_place> out;
+    const place *p = m.flow && !f.path.empty() && !f.where.none() ? m.place_at(f.path) : nullptr;
+    if (!p || !p->origin || p->where.begin.offset != f.where.begin.offset)
+        return out;
+    std::vector<uint32_t> lines{f.where.begin.line};
+    for (const flow_step &s : m.flow->way(p->origin)) {
+        if (out.size() >= 4)
+            break;
+        const uint32_t line = s.where.begin.line;
+        if (s.kind == flow_step::computed ||
+            std::find(lines.begin(), lines.end(), line) != lines.end())
+            continue;
+        lines.push_back(line);
+        out.push_back({s.where, s.kind == flow_step::stored ? "copied here" : "written here"});
+    }
+    return out;
+}
+
 } // namespace
 
 const std::vector<rule> &all_rules()
@@ -794,6 +824,9 @@ std::vector<finding> findings_of(const script_model &m, bool check_only,
                 return true;
         return std::find(disabled.begin(), disabled.end(), f.r->id) != disabled.end();
     });
+    for (finding &f : out)
+        if (f.related.empty())
+            f.related = copies_of(m, f);
     std::stable_sort(out.begin(), out.end(), [](const finding &a, const finding &b) {
         return a.where.begin.offset < b.where.begin.offset ||
                (a.where.begin.offset == b.where.begin.offset && a.where.none() && !b.where.none());
