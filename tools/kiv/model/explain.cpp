@@ -153,6 +153,9 @@ std::string explain_absent(const script_model &m, const log_line &l, const std::
                            const std::string &key)
 {
     const stand_in s = stand_in_for(m, l, key);
+    if (s.key.empty() && !l.switched_by.empty())
+        return hinted(t, "`" + l.switched_by + "` at line " + num(l.switch_where.begin.line) +
+                             " asks for `" + key + "`");
     if (s.key.empty())
         return t;
     if (!s.where.empty())
@@ -252,13 +255,34 @@ failure failure_of(const script_model &m)
     return f;
 }
 
+// Whether the switch that asked for a line's absent key was turned on
+// outside the constructor of the table being read.
+bool switched_apart(const script_model &m, const log_line &l)
+{
+    if (l.switched_by.empty() || l.switch_where.none())
+        return false;
+    const int32_t t = l.looked_in >= 0 ? l.looked_in : l.table;
+    const int32_t c = t >= 0 ? m.tables[static_cast<size_t>(t)].ctor : -1;
+    if (c < 0)
+        return true;
+    const src_span &made = m.source.constructors[static_cast<size_t>(c)].span;
+    return l.switch_where.begin.offset < made.begin.offset ||
+           l.switch_where.begin.offset >= made.end.offset;
+}
+
 // Where a missing key is best placed: at the key the table holds instead
 // when one is near (`Version = 1` for version); else where the loader
 // looked for it.
 src_span place_of_missing(const script_model &m, const log_line &l, const std::string &key)
 {
     const stand_in s = stand_in_for(m, l, key);
-    return s.place.none() ? l.where : s.place;
+    if (!s.place.none())
+        return s.place;
+    // A key a switch asks for, the switch turned on apart from the table
+    // (patched in after it, or merged from defaults): the switch.
+    if (switched_apart(m, l))
+        return l.switch_where;
+    return l.where;
 }
 
 // Where a line is best placed: a missing key as above, a duplicate channel

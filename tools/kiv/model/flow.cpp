@@ -377,6 +377,7 @@ class runner
         value nil;
         origin *o = const_cast<origin *>(
             new_origin(origin::absent, at, it != t->entries.end() ? it->second.v.o : nullptr));
+        o->table = t;
         if (kk.t == flow_value::integer) {
             o->integer_key = true;
             o->key = kk.i;

@@ -38,7 +38,12 @@ struct log_line {
     bool absent = false; // an absent key's line ("... doesn't exist, set 0 by default")
     int32_t table = -1;  // the table being read (index into script_model::tables), or -1
     std::string note;    // what the tool adds ("is a ',' missing at the end of line 12?")
-    bool found = false;  // the loader's last lookup found a value
+    // A line of a key the loader found absent right after it read a switch
+    // on in the same table (`efm_enable = 1`): that switch, as written, and
+    // its place; "" when there is none.
+    std::string switched_by;
+    src_span switch_where;
+    bool found = false;     // the loader's last lookup found a value
     int32_t looked_in = -1; // the table of the loader's last lookup, or -1
 };
 

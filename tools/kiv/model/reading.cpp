@@ -48,6 +48,16 @@ src_span joined_span(const src_span &a, const src_span &b)
 }
 
 // The '{' of a constructor.
+// The '{' of a constructor's span.
+src_span brace_at(const src_span &c)
+{
+    src_span b = c;
+    b.end = b.begin;
+    ++b.end.col;
+    ++b.end.offset;
+    return b;
+}
+
 src_span brace(const src_constructor &c)
 {
     src_span s{c.span.begin, c.span.begin};
@@ -605,6 +615,14 @@ void reading::lookup(lua_State *L, const char *name, int32_t index, kiv_want wan
         // Absent, or given a nil: where it was given one, else the '{' of
         // the table that lacks it.
         cur_ = fv.origin ? flowed_place(fv) : place{};
+        // A table whose keys all come from one list (a merge that walks
+        // `{"type", "vout_id", ...}`): a key it lacks is missing there.
+        const flow::table *in_flowed = element ? m_.flow->field(f.flowed, name).t : f.flowed;
+        if (const src_span list = name && !element && cur_.where.none() && in_flowed
+                                      ? m_.flow->keys_listed_in(in_flowed)
+                                      : src_span{};
+            !list.none())
+            cur_ = {brace_at(list), {}, false};
         if (cur_.where.none() && in >= 0)
             cur_ = {brace(m_.source.constructors[static_cast<size_t>(in)]), {}, false};
     } else {
@@ -620,6 +638,13 @@ void reading::lookup(lua_State *L, const char *name, int32_t index, kiv_want wan
     }
     cur_found_ = lua_type(L, -1) != LUA_TNIL;
     cur_table_ = f.index;
+    f.switch_key = std::move(f.last_switch_key);
+    f.switch_at = f.last_switch_at;
+    f.last_switch_key.clear();
+    if (key && want == KIV_WANT_INTEGER && lua_isinteger(L, -1) && lua_tointeger(L, -1) != 0) {
+        f.last_switch_key = std::string(key) + " = " + std::to_string(lua_tointeger(L, -1));
+        f.last_switch_at = cur_;
+    }
     f.stopped = !cur_found_ && (want == KIV_WANT_TABLE || want == KIV_WANT_ARRAY);
     if (f.stopped && name)
         f.stopped_at = name;
@@ -818,6 +843,10 @@ void reading::logged(const char *text, size_t n)
                                 l.text.find("doen't exist") != std::string::npos);
     l.table = static_cast<int32_t>(stack_.back().index);
     l.found = cur_found_;
+    if (!cur_found_ && !stack_.back().switch_key.empty()) {
+        l.switched_by = stack_.back().switch_key;
+        l.switch_where = stack_.back().switch_at.where;
+    }
     l.looked_in = static_cast<int32_t>(cur_table_);
     if (l.level == 0) {
         for (frame &f : stack_)

@@ -93,6 +93,10 @@ class reading
         bool collected = false;
         bool pending_error = false; // an ERROR was logged since its last lookup
         bool stopped = false;       // its last lookup found no table or array where one was wanted
+        // Its lookup before the last, when it found a switch on (a key read
+        // as an integer, not 0), and the last: what made the last one needed.
+        std::string switch_key, last_switch_key;
+        place switch_at, last_switch_at;
         std::string stopped_at;
         place self; // where the table itself was named
         // The evaluator's table at the same path, when it agreed so far.
