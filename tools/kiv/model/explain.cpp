@@ -6,6 +6,7 @@
 #include <cctype>
 
 #include "canvas/canvas.h"
+#include "lsp/keydocs.h"
 #include "model/names.h"
 #include "vsrc/vsrc.h"
 
@@ -133,7 +134,12 @@ stand_in stand_in_for(const script_model &m, const log_line &l, const std::strin
     if (key.empty() || looked < 0)
         return {};
     const read_table &t = m.tables[static_cast<size_t>(looked)];
-    const std::string near = nearest_name(key, t.unread());
+    // A key the table's kind knows is no misspelling of another (the table
+    // has `vsrc_ctx_pattern_mask`, not a misspelt `vsrc_ctx_pattern`).
+    std::vector<std::string> unknown = t.unread();
+    const std::string kind = table_kind(t.path);
+    std::erase_if(unknown, [&](const std::string &k) { return find_key(kind, k) != nullptr; });
+    const std::string near = nearest_name(key, unknown);
     if (!near.empty()) {
         const src_field *f = field_of(m.source, t.ctor, near.c_str(), -1);
         return {near, "", f ? f->key : src_span{}};
