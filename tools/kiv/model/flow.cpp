@@ -337,8 +337,10 @@ class runner
         out.t = k.t;
         switch (k.t) {
         case flow_value::nil:
-            if (storing)
-                fail("index is nil", at);
+            if (storing) {
+                note_nil(k, at);
+                throw stop{"index is nil"};
+            }
             break;
         case flow_value::boolean:
             out.i = k.b;
@@ -698,25 +700,31 @@ class runner
     }
     [[noreturn]] void index_failed(const value &obj, const expr *e)
     {
-        if (!p_.failed) {
-            p_.failed = true;
-            value_flow::failure &f = p_.failure;
-            f.where = e->at->where;
-            const origin *o = obj.o;
-            if (obj.t == flow_value::nil && o && o->kind == origin::absent) {
-                f.nil_of = std::string(span_text_of(o->at->where));
-                // The key of the lookup is the start of a loop at its first
-                // pass: that loop's start is what made it.
-                for (const pass *ps = pass_; ps; ps = ps->outer)
-                    if (ps->n == 1 && o->integer_key && ps->has_var && ps->var == o->key &&
-                        !ps->loop->start.none()) {
-                        f.loop = ps->loop->header;
-                        f.loop_start = ps->loop->start;
-                        break;
-                    }
-            }
-        }
+        note_nil(obj, e->at);
         throw stop{std::string("attempt to index a ") + type_name(obj) + " value"};
+    }
+    // The run fails at `at` for a nil (indexed, called, or used as a key):
+    // where the nil came from and, when its lookup's key was the value of a
+    // loop at its first pass, that loop.
+    void note_nil(const value &v, const site *at)
+    {
+        if (p_.failed)
+            return;
+        p_.failed = true;
+        value_flow::failure &f = p_.failure;
+        f.where = at->where;
+        const origin *o = v.o;
+        if (v.t != flow_value::nil || !o || o->kind != origin::absent)
+            return;
+        f.nil_of = std::string(span_text_of(o->at->where));
+        for (const pass *ps = pass_; ps; ps = ps->outer)
+            if (ps->n == 1 && o->integer_key && ps->has_var && ps->var == o->key &&
+                !ps->loop->start.none()) {
+                f.loop = ps->loop->header;
+                f.loop_start = ps->loop->start;
+                f.start = o->key;
+                break;
+            }
     }
     std::string_view span_text_of(const src_span &s) const { return span_text(text_, s); }
 

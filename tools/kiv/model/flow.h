@@ -131,6 +131,7 @@ class value_flow
         std::string nil_of;  // "SENSORS[0]": the nil's expression and key, when known
         src_span loop;       // the loop at its first pass, when the nil's key is its variable
         src_span loop_start; // that loop's start expression
+        int64_t start = 0;   // and the value it starts at
     };
     const failure *failed() const;
 

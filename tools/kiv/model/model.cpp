@@ -87,6 +87,30 @@ uint32_t message_line(const std::string &text, std::string_view &rest)
     return 0;
 }
 
+// A script that failed at `line` on a nil looked up with the start of a
+// loop at its first pass (`for i = 0, #S do local s = S[i] ... s.w`): what
+// to say of it, with `where` moved to the loop's start; "" otherwise.
+std::string nil_at_first_pass(script_model &m, uint32_t line, src_span &where)
+{
+    if (m.text.find("_resource_config_") == std::string::npos)
+        return "";
+    if (!m.flow)
+        m.flow = std::make_shared<value_flow>(m.text, m.source);
+    const value_flow::failure *f = m.flow->failed();
+    if (!f || f->loop.none() || f->where.begin.line != line)
+        return "";
+    // The loop's variable: the name after `for`.
+    std::string_view head = span_text(m.text, f->loop);
+    head.remove_prefix(std::min<size_t>(3, head.size()));
+    const size_t b = head.find_first_not_of(" \t");
+    const size_t e = head.find_first_of(" \t=", b);
+    const std::string var(b == std::string_view::npos ? "" : head.substr(b, e - b));
+    where = f->loop_start;
+    return "`" + f->nil_of + "` is nil at the first pass of the loop at line " +
+           std::to_string(f->loop.begin.line) + ", where " + var + " is " +
+           std::to_string(f->start) + ": a list's first element is [1]";
+}
+
 } // namespace
 
 // The span of line `line` of the text, from its first character that is
@@ -384,6 +408,9 @@ script_model load_model_text(const std::string &file, std::string text, const lo
             if (structure_hint h = hint_structure(m.text, line, said); !h.where.none()) {
                 l.where = h.where;
                 l.note = std::move(h.note);
+            } else if (const std::string note = nil_at_first_pass(m, line, l.where);
+                       !note.empty()) {
+                l.note = note;
             }
         }
     }
