@@ -27,7 +27,20 @@ src_pos in_characters(const std::string &text, src_pos p)
     return p;
 }
 
+src_span in_characters(const std::string &text, src_span s)
+{
+    return {in_characters(text, s.begin), in_characters(text, s.end)};
+}
+
 } // namespace
+
+finding in_characters(const std::string &text, finding f)
+{
+    f.where = in_characters(text, f.where);
+    for (related_place &p : f.related)
+        p.where = in_characters(text, p.where);
+    return f;
+}
 
 std::string raw_log(const script_model &m, int level)
 {
@@ -51,10 +64,8 @@ file_report report_of(const script_model &m, bool check_only,
     if (raw_level >= 0)
         r.raw_log = raw_log(m, raw_level);
     r.findings = findings_of(m, check_only, disabled);
-    for (finding &f : r.findings) {
-        f.where.begin = in_characters(m.text, f.where.begin);
-        f.where.end = in_characters(m.text, f.where.end);
-    }
+    for (finding &f : r.findings)
+        f = in_characters(m.text, std::move(f));
     return r;
 }
 
@@ -74,17 +85,41 @@ file_report report_file(const std::string &path, bool check_only,
     return r;
 }
 
+namespace
+{
+
+// "FILE:LINE:COL: ", or "FILE: " without a place.
+std::string place_text(const std::string &file, const src_span &s)
+{
+    if (s.none())
+        return file + ": ";
+    return file + ":" + std::to_string(s.begin.line) + ":" + std::to_string(s.begin.col) + ": ";
+}
+
+// The line fields of a place (none without one).
+void put_place(json &o, const src_span &s)
+{
+    if (s.none())
+        return;
+    o["line"] = s.begin.line;
+    o["column"] = s.begin.col;
+    o["end_line"] = s.end.line;
+    o["end_column"] = s.end.col;
+}
+
+} // namespace
+
 std::string finding_text(const std::string &file, const finding &f, bool rule)
 {
-    std::string out = file;
-    if (!f.where.none())
-        out += ":" + std::to_string(f.where.begin.line) + ":" + std::to_string(f.where.begin.col);
-    out += std::string(": ") + severity_name(f.r->level) + ": ";
+    std::string out = place_text(file, f.where) + severity_name(f.r->level) + ": ";
     if (!f.path.empty())
         out += f.path + ": ";
     out += f.message;
-    if (rule)
-        out += std::string(" [") + f.r->id + "]\n";
+    if (!rule)
+        return out;
+    out += std::string(" [") + f.r->id + "]\n";
+    for (const related_place &p : f.related)
+        out += place_text(file, p.where) + "note: " + p.message + "\n";
     return out;
 }
 
@@ -94,16 +129,21 @@ json findings_json(const std::vector<file_report> &files)
     for (const file_report &r : files) {
         for (const finding &f : r.findings) {
             json o = {{"file", r.file}};
-            if (!f.where.none()) {
-                o["line"] = f.where.begin.line;
-                o["column"] = f.where.begin.col;
-                o["end_line"] = f.where.end.line;
-                o["end_column"] = f.where.end.col;
-            }
+            put_place(o, f.where);
             o["severity"] = severity_name(f.r->level);
             o["path"] = f.path;
             o["message"] = f.message;
             o["rule"] = f.r->id;
+            if (!f.related.empty()) {
+                json related = json::array();
+                for (const related_place &p : f.related) {
+                    json place = json::object();
+                    put_place(place, p.where);
+                    place["message"] = p.message;
+                    related.push_back(std::move(place));
+                }
+                o["related"] = std::move(related);
+            }
             a.push_back(std::move(o));
         }
     }
@@ -144,6 +184,19 @@ const char *sarif_level(severity s)
     return s == severity::info ? "note" : severity_name(s);
 }
 
+// A place in a file as a physical location: the file, and the region
+// unless the place is none (the file as a whole).
+json physical_location(const std::string &file, const src_span &s)
+{
+    json physical = {{"artifactLocation", artifact(file)}};
+    if (!s.none())
+        physical["region"] = {{"startLine", s.begin.line},
+                              {"startColumn", s.begin.col},
+                              {"endLine", s.end.line},
+                              {"endColumn", s.end.col}};
+    return physical;
+}
+
 std::string working_directory()
 {
     char buf[PATH_MAX];
@@ -176,22 +229,25 @@ json findings_sarif(const std::vector<file_report> &files)
                  {"locations", json::array({{{"physicalLocation",
                                               {{"artifactLocation", artifact(r.file)}}}}})}});
         for (const finding &f : r.findings) {
-            json physical = {{"artifactLocation", artifact(r.file)}};
-            if (!f.where.none())
-                physical["region"] = {{"startLine", f.where.begin.line},
-                                      {"startColumn", f.where.begin.col},
-                                      {"endLine", f.where.end.line},
-                                      {"endColumn", f.where.end.col}};
-            json location = {{"physicalLocation", physical}};
+            json location = {{"physicalLocation", physical_location(r.file, f.where)}};
             if (!f.path.empty())
                 location["logicalLocations"] =
                     json::array({{{"fullyQualifiedName", f.path}, {"kind", "member"}}});
-            results.push_back(
-                {{"ruleId", f.r->id},
-                 {"ruleIndex", f.r - all.data()},
-                 {"level", sarif_level(f.r->level)},
-                 {"message", {{"text", f.path.empty() ? f.message : f.path + ": " + f.message}}},
-                 {"locations", json::array({location})}});
+            json result = {
+                {"ruleId", f.r->id},
+                {"ruleIndex", f.r - all.data()},
+                {"level", sarif_level(f.r->level)},
+                {"message", {{"text", f.path.empty() ? f.message : f.path + ": " + f.message}}},
+                {"locations", json::array({location})}};
+            if (!f.related.empty()) {
+                json related = json::array();
+                for (const related_place &p : f.related)
+                    related.push_back({{"id", related.size() + 1},
+                                       {"physicalLocation", physical_location(r.file, p.where)},
+                                       {"message", {{"text", p.message}}}});
+                result["relatedLocations"] = std::move(related);
+            }
+            results.push_back(std::move(result));
         }
     }
     return {{"$schema", "https://json.schemastore.org/sarif-2.1.0.json"},

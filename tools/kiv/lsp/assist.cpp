@@ -479,14 +479,23 @@ std::string dump_line(const script_model &m, const std::string &path, const std:
 
 } // namespace
 
-json diagnostic(const line_index &lines, const finding &f)
+json diagnostic(const line_index &lines, const finding &f, std::string_view uri)
 {
     static const int SEVERITY[] = {3, 2, 1}; // info, warning, error
-    return {{"range", range_json(lines.of(f.where))},
-            {"severity", SEVERITY[static_cast<int>(f.r->level)]},
-            {"code", f.r->id},
-            {"source", "kiv"},
-            {"message", f.path.empty() ? f.message : f.path + ": " + f.message}};
+    json d = {{"range", range_json(lines.of(f.where))},
+              {"severity", SEVERITY[static_cast<int>(f.r->level)]},
+              {"code", f.r->id},
+              {"source", "kiv"},
+              {"message", f.path.empty() ? f.message : f.path + ": " + f.message}};
+    if (!uri.empty() && !f.related.empty()) {
+        json related = json::array();
+        for (const related_place &p : f.related)
+            related.push_back(
+                {{"location", {{"uri", uri}, {"range", range_json(lines.of(p.where))}}},
+                 {"message", p.message}});
+        d["relatedInformation"] = std::move(related);
+    }
+    return d;
 }
 
 json completion(const document &d, position p)

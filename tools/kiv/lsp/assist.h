@@ -8,6 +8,7 @@
 
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "lsp/server.h"
 #include "lsp/text.h"
@@ -23,8 +24,10 @@ json code_actions(const document &d, const json &params);
 json document_symbols(const document &d);
 json definition(const document &d, position p);
 
-// A finding's diagnostic, placed by the lines of the text that was checked.
-json diagnostic(const line_index &lines, const finding &f);
+// A finding's diagnostic, placed by the lines of the text that was checked;
+// with `uri` (the document's) its related places as relatedInformation
+// there, for a client that takes it.
+json diagnostic(const line_index &lines, const finding &f, std::string_view uri = {});
 
 // The edit that fixes a finding that says what was meant ("did you mean
 // `hflip`?"): the misspelt name, found once in the finding's place or its

@@ -48,6 +48,19 @@ position position_of(const json &params)
     return {l.get<uint32_t>(), c.get<uint32_t>()};
 }
 
+// Whether the parameters of `initialize` announce a capability: true at
+// the end of `path` ("capabilities", ...); anything else is no.
+bool announced(const json &params, std::initializer_list<const char *> path)
+{
+    const json *j = &params;
+    for (const char *name : path) {
+        if (!j->is_object() || !j->contains(name))
+            return false;
+        j = &(*j)[name];
+    }
+    return j->is_boolean() && j->get<bool>();
+}
+
 int hex(char c)
 {
     return c >= '0' && c <= '9'   ? c - '0'
@@ -138,6 +151,8 @@ void server::request(const json &id, const std::string &method, const json &para
 {
     if (method == "initialize") {
         initialized_ = true;
+        related_information_ = announced(
+            params, {"capabilities", "textDocument", "publishDiagnostics", "relatedInformation"});
         send_(respond(
             id,
             {{"capabilities",
@@ -299,7 +314,8 @@ void server::publish(const document &d, const analysis *a)
     json diags = json::array();
     const line_index lines(a->model.text);
     for (const finding &f : a->findings)
-        diags.push_back(diagnostic(lines, f));
+        diags.push_back(diagnostic(
+            lines, f, related_information_ ? std::string_view(d.uri) : std::string_view()));
     send_({{"jsonrpc", "2.0"},
            {"method", "textDocument/publishDiagnostics"},
            {"params", {{"uri", d.uri}, {"version", d.version}, {"diagnostics", diags}}}});

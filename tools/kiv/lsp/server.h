@@ -106,6 +106,8 @@ class server
     server_options opt_;
     std::map<std::string, document> docs_;
     bool initialized_ = false, shutdown_ = false, exited_ = false;
+    // The client takes a diagnostic's relatedInformation.
+    bool related_information_ = false;
 };
 
 // Serves the protocol: messages read from file descriptor `in`, written to
