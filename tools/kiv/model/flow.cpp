@@ -1125,6 +1125,7 @@ flow_step step_of(const origin *o)
              : o->kind == origin::computed ? flow_step::computed
                                            : flow_step::written;
     s.where = o->at->where;
+    s.variable = o->variable;
     if (s.kind == flow_step::stored) {
         s.key = o->at->key;
         s.value = o->at->value;

@@ -48,8 +48,9 @@ struct flow_step {
         stored,   // stored into a table: `where` the key and the value, `key`, `value`
     } kind = written;
     src_span where;
-    src_span key;   // stored: the name, `[k]` or, for an element given by position, none
-    src_span value; // stored: the value expression
+    bool variable = false; // written: a loop's variable, its value written by no one
+    src_span key;          // stored: the name, `[k]` or, for an element given by position, none
+    src_span value;        // stored: the value expression
     // A store made inside a loop: which pass of the innermost loop (1 for
     // the first) and that loop's header, from `for` to `do`.
     int64_t pass = 0;

@@ -704,25 +704,33 @@ void lossy_round_trip(const script_model &m, findings &out)
     }
 }
 
-// The places a finding's value went through after (or before) the place
-// of the finding: "written here" for where it was made, "copied here" for
-// each store on its way, at most one per line and a few in all.
+// The other places on the way of a finding's value: where it came from
+// before the finding's place ("taken from here": the description a field
+// copies), where it was copied after ("copied here": a helper's or a
+// merge's store), at most one per line and four in all.  Operations and a
+// loop's variable are left out: the value's own places tell the way.
 std::vector<related_place> copies_of(const script_model &m, const finding &f)
 {
     std::vector<related_place> out;
     const place *p = m.flow && !f.path.empty() && !f.where.none() ? m.place_at(f.path) : nullptr;
     if (!p || !p->origin || p->where.begin.offset != f.where.begin.offset)
         return out;
+    const std::vector<flow_step> way = m.flow->way(p->origin);
+    bool after = false;
     std::vector<uint32_t> lines{f.where.begin.line};
-    for (const flow_step &s : m.flow->way(p->origin)) {
-        if (out.size() >= 4)
-            break;
+    for (const flow_step &s : way) {
+        if (s.where.begin.offset == f.where.begin.offset) {
+            after = true;
+            continue;
+        }
         const uint32_t line = s.where.begin.line;
-        if (s.kind == flow_step::computed ||
+        if (out.size() >= 4 || s.kind == flow_step::computed || s.variable ||
             std::find(lines.begin(), lines.end(), line) != lines.end())
             continue;
         lines.push_back(line);
-        out.push_back({s.where, s.kind == flow_step::stored ? "copied here" : "written here"});
+        out.push_back({s.where, after                         ? "copied here"
+                                : s.kind == flow_step::stored ? "taken from here"
+                                                              : "written here"});
     }
     return out;
 }
