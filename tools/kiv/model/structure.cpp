@@ -385,6 +385,30 @@ std::string open_note(const walk &w)
            ": the lines after it go back to its indentation at line " + std::to_string(w.back_line);
 }
 
+// The start of the line after the last line holding code between line
+// `from` (exclusive) and line `back` (exclusive); none when that is `back`
+// itself (no line is free for the missing word).
+src_span end_place(std::string_view text, uint32_t from, uint32_t back)
+{
+    std::vector<size_t> starts{0};
+    for (size_t i = 0; i < text.size() && starts.size() <= back; ++i)
+        if (text[i] == '\n')
+            starts.push_back(i + 1);
+    if (back < 2 || starts.size() < back)
+        return {};
+    uint32_t last = 0;
+    for (uint32_t l = from + 1; l < back; ++l) {
+        std::string_view code = text.substr(starts[l - 1], starts[l] - starts[l - 1]);
+        const size_t b = code.find_first_not_of(" \t\r\n");
+        if (b != std::string_view::npos && code.substr(b, 2) != "--")
+            last = l;
+    }
+    if (last == 0 || last + 1 >= back)
+        return {};
+    const uint32_t at = static_cast<uint32_t>(starts[last]);
+    return {{last + 1, 1, at}, {last + 1, 2, at + 1}};
+}
+
 } // namespace
 
 structure_hint hint_structure(std::string_view text, uint32_t line, std::string_view message)
@@ -409,6 +433,13 @@ structure_hint hint_structure(std::string_view text, uint32_t line, std::string_
         const open_item &o = w.unclosed;
         h.where = {o.tok.begin, o.shared ? o.shared_end : o.tok.end};
         h.note = open_note(w);
+        // A block's `end` belongs on the line after its last line of code:
+        // placed there, where the author left it out.
+        const bool block =
+            o.kind != opener::brace && o.kind != opener::paren && o.kind != opener::bracket;
+        if (block && !o.shared)
+            if (const src_span e = end_place(text, o.tok.begin.line, w.back_line); !e.none())
+                h.where = e;
     }
     return h;
 }

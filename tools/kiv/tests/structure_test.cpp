@@ -109,6 +109,7 @@ _resource_config_ = {
 )"),
          "4:13-4:14 the '(' at line 4 is not closed: the lines after it go back to its indentation "
          "at line 6"},
+        // A block's 'end' is placed on the free line after its last line.
         {"a function", lines(R"(
 local function sensor(id)
     return { vsrc_id = id, mode = "1080p" }
@@ -117,7 +118,7 @@ _resource_config_ = {
     version = 1,
 }
 )"),
-         "1:7-1:15 the 'function' at line 1 has no 'end': the lines after it go back to its "
+         "3:1-3:2 the 'function' at line 1 has no 'end': the lines after it go back to its "
          "indentation at line 4"},
         {"a for loop", lines(R"(
 local chans = {}
