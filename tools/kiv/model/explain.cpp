@@ -268,6 +268,10 @@ bool switched_apart(const script_model &m, const log_line &l)
     if (l.switched_by.empty() || l.switch_where.none())
         return false;
     const int32_t t = l.looked_in >= 0 ? l.looked_in : l.table;
+    // A table a merge fills from a list of keys takes its switch from the
+    // same merge: the key is missing from the list.
+    if (t >= 0 && m.flow && m.flow->keys_list(m.tables[static_cast<size_t>(t)].flowed))
+        return false;
     const int32_t c = t >= 0 ? m.tables[static_cast<size_t>(t)].ctor : -1;
     if (c < 0)
         return true;
@@ -308,6 +312,8 @@ src_span place_of_line(const script_model &m, const log_line &l)
     // A pass the channel lacks is asked for by its pass_num.
     if (t.starts_with("item(pass_") && l.looked_in >= 0) {
         const read_table &chan = m.tables[static_cast<size_t>(l.looked_in)];
+        if (const place *p = m.place_at(chan.path + ".pass_num"); p && p->present)
+            return p->where;
         if (const src_field *f = field_of(m.source, chan.ctor, "pass_num", -1))
             return {f->key.begin, f->value.end};
     }

@@ -1334,7 +1334,7 @@ src_span value_flow::filled_at(const flow::table *t) const
     return filled(t, 0);
 }
 
-src_span value_flow::keys_listed_in(const flow::table *t) const
+const flow::table *value_flow::keys_list(const flow::table *t) const
 {
     const flow::table *list = nullptr;
     for (const auto &[k, e] : t ? t->entries : decltype(t->entries){}) {
@@ -1350,7 +1350,12 @@ src_span value_flow::keys_listed_in(const flow::table *t) const
             return {};
         list = o->table;
     }
-    return list && list->made ? list->made->where : src_span{};
+    return list;
+}
+
+src_span value_flow::made_at(const flow::table *t) const
+{
+    return t && t->made ? t->made->where : src_span{};
 }
 
 std::vector<const flow::table *> value_flow::tables_of(const flow::origin *o) const

@@ -114,9 +114,11 @@ class value_flow
     // builds from its arguments.  None otherwise.
     src_span filled_at(const flow::table *t) const;
     // When every string key of table t was written as an element of one
-    // list (`t[k] = ...` for each k of `{"type", "vout_id"}`): that list's
-    // constructor.  None otherwise.
-    src_span keys_listed_in(const flow::table *t) const;
+    // list (`t[k] = ...` for each k of `{"type", "vout_id"}`): that list.
+    // Null otherwise.
+    const flow::table *keys_list(const flow::table *t) const;
+    // Where a table's constructor stands; none when it was not made by one.
+    src_span made_at(const flow::table *t) const;
     // The tables the stores of a value's way stored it into, in order:
     // a description's, a defaults table's, then the configuration's.
     std::vector<const flow::table *> tables_of(const flow::origin *o) const;

@@ -536,6 +536,28 @@ flow_value reading::flowed_value(const frame &f, const char *name, int32_t index
     return name ? fl.field(f.flowed, name) : fl.element(f.flowed, int64_t{index} + 1);
 }
 
+// Where key `name` is missing from a list of keys: the element nearest to
+// it when one is near enough to be it misspelt, else the list's '{'.
+place reading::listed_place(const flow::table *list, const char *name) const
+{
+    std::vector<std::string> names;
+    std::vector<flow_value> elements;
+    for (int64_t i = 1; i <= 4096; ++i) {
+        const flow_value v = m_.flow->element(list, i);
+        if (v.type == flow_value::nil || !v.known())
+            break;
+        if (v.type == flow_value::string) {
+            names.emplace_back(v.s);
+            elements.push_back(v);
+        }
+    }
+    const std::string near = nearest_name(name, names);
+    for (size_t i = 0; i < names.size() && !near.empty(); ++i)
+        if (names[i] == near)
+            return flowed_place(elements[i]);
+    return {brace_at(m_.flow->made_at(list)), {}, false};
+}
+
 // The place of a value the evaluator followed: a table where it was stored
 // last (the field that names it here), any other value where it was written.
 place reading::flowed_place(const flow_value &v) const
@@ -616,13 +638,13 @@ void reading::lookup(lua_State *L, const char *name, int32_t index, kiv_want wan
         // the table that lacks it.
         cur_ = fv.origin ? flowed_place(fv) : place{};
         // A table whose keys all come from one list (a merge that walks
-        // `{"type", "vout_id", ...}`): a key it lacks is missing there.
+        // `{"type", "vout_id", ...}`): a key it lacks is missing there, at
+        // the element that misspells it when one does.
         const flow::table *in_flowed = element ? m_.flow->field(f.flowed, name).t : f.flowed;
-        if (const src_span list = name && !element && cur_.where.none() && in_flowed
-                                      ? m_.flow->keys_listed_in(in_flowed)
-                                      : src_span{};
-            !list.none())
-            cur_ = {brace_at(list), {}, false};
+        if (const flow::table *list = name && !element && cur_.where.none() && in_flowed
+                                          ? m_.flow->keys_list(in_flowed)
+                                          : nullptr)
+            cur_ = listed_place(list, name);
         if (cur_.where.none() && in >= 0)
             cur_ = {brace(m_.source.constructors[static_cast<size_t>(in)]), {}, false};
     } else {

@@ -140,6 +140,7 @@ class reading
     int32_t ctor_of(lua_State *L, int idx, int32_t hint);
     flow_value flowed_value(const frame &f, const char *name, int32_t index) const;
     place flowed_place(const flow_value &v) const;
+    place listed_place(const flow::table *list, const char *name) const;
     const src_field *find_field(int32_t ctor, const char *name, int32_t index);
     void mark_read(frame &f, const char *name, bool present);
     place place_of(lua_State *L, const void *table, int32_t ctor, const char *name, int32_t index);
