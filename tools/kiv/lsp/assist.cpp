@@ -205,20 +205,25 @@ const read_table *read_as(const view &v, int32_t ctor)
     return nullptr;
 }
 
+// The kind of a table the check read.
+std::string read_kind(const script_model &m, const read_table &t)
+{
+    const std::string k = table_kind(t.path);
+    if (k == "top" && m.kind == kiv_kind::aisp)
+        return "aisp";
+    if (k == "top" && m.kind == kiv_kind::hevc)
+        return "hevc";
+    return k;
+}
+
 std::string kind_of(const view &v, int32_t ctor)
 {
     if (ctor < 0)
         return "";
     const src_constructor &c = v.map.constructors[static_cast<size_t>(ctor)];
-    if (const read_table *t = read_as(v, ctor)) {
-        std::string k = table_kind(t->path);
-        if (k == "top" && v.a->model.kind == kiv_kind::aisp)
-            k = "aisp";
-        if (k == "top" && v.a->model.kind == kiv_kind::hevc)
-            k = "hevc";
-        if (!k.empty())
+    if (const read_table *t = read_as(v, ctor))
+        if (std::string k = read_kind(v.a->model, *t); !k.empty())
             return k;
-    }
     if (const src_field *f = holder(v.map, ctor)) {
         if (f->kind == src_field::named)
             return field_kind(f->name);
@@ -389,9 +394,128 @@ const std::pair<std::string, place> *named_at(const analysis &a, size_t at)
 const read_table *table_at_path(const analysis &a, const std::string &path)
 {
     for (const read_table &t : a.model.tables)
-        if (t.path == path && t.ctor >= 0)
+        if (t.path == path)
             return &t;
     return nullptr;
+}
+
+// Where the check's tables were written, from the reading's places and the
+// evaluator's ways of their values (offsets of the checked text).
+
+bool within(const range &out, const range &in)
+{
+    auto at = [](position p) { return std::pair(p.line, p.character); };
+    return at(out.start) <= at(in.start) && at(in.end) <= at(out.end);
+}
+
+bool contains(const src_span &out, const src_span &in)
+{
+    return !out.none() && !in.none() && out.begin.offset <= in.begin.offset &&
+           in.end.offset <= out.end.offset;
+}
+
+bool holds(const src_span &s, size_t at)
+{
+    return !s.none() && s.begin.offset <= at && at < s.end.offset;
+}
+
+// Whether a span stands inside a function literal: in a helper, not in the
+// main chunk.
+bool in_function(const src_map &map, const src_span &s)
+{
+    for (size_t i = 1; i < map.functions.size(); ++i)
+        if (contains(map.functions[i].span, s))
+            return true;
+    return false;
+}
+
+// The name a record path's table is stored under in the table it was read
+// from, as the script writes it: "main" for src_buf[p][0], "pass_1" for
+// pass_cfg[1], "vsrc"; "" for an element of an array.
+std::string script_key(const std::string &path)
+{
+    static const std::regex BUF(R"(.*\.src_buf\[\d+\]\[(\d+)\])"), PASS(R"(.*\.pass_cfg\[(\d+)\])");
+    std::smatch n;
+    if (std::regex_match(path, n, BUF)) {
+        const int b = std::stoi(n[1]);
+        return b < KIV_SRC_BUF_NUM ? kiv_src_buf_names[b] : "";
+    }
+    if (std::regex_match(path, n, PASS))
+        return "pass_" + n[1].str();
+    const std::string last = path.substr(path.rfind('.') + 1);
+    return last.find('[') == std::string::npos ? last : "";
+}
+
+// The evaluator's entry that holds read table t in the table it was read
+// from: its value, with the way it came there.  Unknown when the evaluator
+// did not follow the reading there.
+flow_value entry_of(const script_model &m, const read_table &t)
+{
+    if (!m.flow || !t.flowed)
+        return {};
+    const value_flow &fl = *m.flow;
+    if (t.parent < 0) {
+        const flow_value top = fl.field(fl.globals().t, "_resource_config_");
+        return top.t == t.flowed ? top : flow_value{};
+    }
+    const flow::table *in = m.tables[static_cast<size_t>(t.parent)].flowed;
+    if (!in)
+        return {};
+    if (const std::string key = script_key(t.path); !key.empty())
+        if (const flow_value e = fl.field(in, key); e.t == t.flowed)
+            return e;
+    for (int64_t i = 1; i <= 4096; ++i) {
+        const flow_value e = fl.element(in, i);
+        if (!e.known() || e.type == flow_value::nil)
+            break;
+        if (e.t == t.flowed)
+            return e;
+    }
+    return {};
+}
+
+// Where a table the loader read was written, as its author looks for it:
+// the reading's place of its path, but for a table a helper built, where
+// the caller wrote it: `main = buf(1920, 1080, 0, 0)` rather than the
+// helper's `return {`, the `channel { ... }` a channel helper was called
+// with.  The evaluator's way of the value tells which store that is.
+struct made_place {
+    src_span where; // the table, or the store of it (key and value)
+    src_span key;   // the key of that store, when it has one
+};
+
+made_place made_at(const script_model &m, const read_table &t)
+{
+    made_place out;
+    const place *p = m.place_at(t.path);
+    if (p && !p->where.none())
+        out.where = p->where;
+    else if (t.ctor >= 0)
+        out.where = m.source.constructors[static_cast<size_t>(t.ctor)].span;
+    else
+        return out;
+    // A store `key = value`: its key, when it is a name.
+    if (p && p->present && !p->value.none() && p->value.begin.offset > p->where.begin.offset) {
+        const word w = word_at(m.text, p->where.begin.offset);
+        if (w.begin == p->where.begin.offset && !w.text.empty()) {
+            const auto n = static_cast<uint32_t>(w.text.size());
+            out.key = {p->where.begin, p->where.begin};
+            out.key.end.offset += n;
+            out.key.end.col += n;
+        }
+    }
+    // Placed at the arguments of a helper's call, or inside a helper.
+    const bool call = p && p->present && p->value.none();
+    if (!call && !in_function(m.source, out.where))
+        return out;
+    const flow_value e = entry_of(m, t);
+    if (!e.known())
+        return out;
+    for (const flow_step &s : m.flow->way(e.origin))
+        if (s.kind == flow_step::stored &&
+            (call ? contains(s.value, out.where) : !in_function(m.source, s.where)))
+            return {s.where, s.key};
+    return out;
 }
 
 json location(const view &v, const src_span &s)
@@ -475,6 +599,67 @@ std::string dump_line(const script_model &m, const std::string &path, const std:
     if (at == std::string::npos || at > end)
         return "";
     return dump.substr(at + 2, dump.find('\n', at + 1) - at - 2);
+}
+
+// The key tables the check read at an offset of the checked text: those
+// written there (made_at) or made by the constructor there, the innermost.
+// Several when a helper's constructor made them all.
+std::vector<const read_table *> read_at(const script_model &m, size_t at)
+{
+    std::vector<const read_table *> out;
+    size_t best = std::string_view::npos;
+    for (const read_table &t : m.tables) {
+        if (read_kind(m, t).empty())
+            continue;
+        size_t size = std::string_view::npos;
+        for (const src_span &s :
+             {made_at(m, t).where,
+              t.ctor < 0 ? src_span{} : m.source.constructors[static_cast<size_t>(t.ctor)].span})
+            if (holds(s, at))
+                size = std::min<size_t>(size, s.end.offset - s.begin.offset);
+        if (size == std::string_view::npos || size > best)
+            continue;
+        if (size < best)
+            out.clear(), best = size;
+        out.push_back(&t);
+    }
+    return out;
+}
+
+// The constructor of the checked text that key `key`, lacking in table t,
+// is to be written in, and the name to write there: where the reading
+// placed its absence (the table that lacks it), or, when a helper's copy
+// `key = o.name` gave it a nil, `name` in the table the helper was called
+// with.  -1 when no constructor can take it.
+std::pair<int32_t, std::string> insertion_for(const script_model &m, const read_table &t,
+                                              const std::string &key)
+{
+    const auto &ctors = m.source.constructors;
+    src_span copy; // the value that gave it a nil
+    if (const place *p = m.place_at(t.path.empty() ? key : t.path + "." + key);
+        p && !p->present && !p->where.none()) {
+        for (size_t c = 0; c < ctors.size(); ++c)
+            if (ctors[c].span.begin.offset == p->where.begin.offset)
+                return {static_cast<int32_t>(c), key};
+        copy = p->value;
+    } else if (const src_field *f = field_of(m.source, t.ctor, key.c_str(), -1)) {
+        copy = f->value;
+    } else {
+        return {t.ctor, key};
+    }
+    static const std::regex FIELD(R"(\s*[A-Za-z_]\w*\s*\.\s*([A-Za-z_]\w*)\s*)");
+    const std::string value = m.written(copy);
+    std::smatch n;
+    if (!in_function(m.source, copy) || !std::regex_match(value, n, FIELD))
+        return {-1, key};
+    // The helper's caller: the first constructor of the call that made t.
+    const src_span call = made_at(m, t).where;
+    if (in_function(m.source, call))
+        return {-1, key};
+    for (size_t c = 0; c < ctors.size(); ++c)
+        if (contains(call, ctors[c].span))
+            return {static_cast<int32_t>(c), n[1].str()};
+    return {-1, key};
 }
 
 } // namespace
@@ -645,6 +830,28 @@ std::optional<text_fix> fix_of(const script_model &m, const finding &f)
     return std::nullopt;
 }
 
+namespace
+{
+
+// The value a missing key is inserted with: zeros of its type, a name it
+// takes.
+std::string placeholder(const view &v, const key_doc &k)
+{
+    if (k.type.starts_with("array of 2"))
+        return "{0, 0}";
+    if (k.type.starts_with("array of 4"))
+        return "{0, 0, 0, 0}";
+    if (k.type.starts_with("table") || k.type.starts_with("array"))
+        return "{}";
+    if (k.type == "string") {
+        const auto names = names_for(v, k.key);
+        return "\"" + (names.empty() ? std::string() : names.front().first) + "\"";
+    }
+    return "0";
+}
+
+} // namespace
+
 json code_actions(const document &d, const json &params)
 {
     const view v(d);
@@ -683,8 +890,51 @@ json code_actions(const document &d, const json &params)
             edit(fix->title, b, e, fix->text, json::array({diagnostic(old_lines, f)}));
         }
     }
-    // The required keys the table at the cursor lacks.
+    // The required keys the table at the cursor lacks: of the tables the
+    // check read there, written where their values were to be written;
+    // where it read none, of the constructor at the cursor as it stands.
     const size_t at = v.lines.offset(asked.start);
+    const size_t old_at = v.to_old(at);
+    const std::vector<const read_table *> read = old_at == std::string_view::npos
+                                                     ? std::vector<const read_table *>{}
+                                                     : read_at(v.a->model, old_at);
+    if (!read.empty()) {
+        const script_model &m = v.a->model;
+        std::map<int32_t, std::string> inserts; // by constructor of the checked text
+        std::vector<std::string> names;
+        for (const read_table *t : read)
+            for (const key_doc *k : keys_of(read_kind(m, *t))) {
+                if (!k->required || k->gated ||
+                    std::binary_search(t->keys.begin(), t->keys.end(), k->key))
+                    continue;
+                const auto [c, key] = insertion_for(m, *t, k->key);
+                const std::string text = " " + key + " = " + placeholder(v, *k) + ",";
+                if (c < 0 || inserts[c].find(text) != std::string::npos)
+                    continue;
+                inserts[c] += text;
+                if (std::find(names.begin(), names.end(), key) == names.end())
+                    names.push_back(key);
+            }
+        json changes = json::array();
+        for (const auto &[c, text] : inserts) {
+            const size_t b =
+                v.to_new(m.source.constructors[static_cast<size_t>(c)].span.begin.offset + 1);
+            if (b != std::string_view::npos)
+                changes.push_back(
+                    {{"range", range_json({v.lines.at(b), v.lines.at(b)})}, {"newText", text}});
+        }
+        if (!changes.empty()) {
+            json edits = json::object();
+            edits[d.uri] = changes;
+            std::string title = "Insert the missing required keys of this " +
+                                read_kind(m, *read.front()) + " table:";
+            for (const std::string &n : names)
+                title += (n == names.front() ? " " : ", ") + n;
+            actions.push_back(
+                {{"title", title}, {"kind", "quickfix"}, {"edit", {{"changes", edits}}}});
+        }
+        return actions;
+    }
     const int32_t ctor = constructor_at(v.map, v.text, at);
     const std::string kind = kind_of(v, ctor);
     if (!kind.empty()) {
@@ -697,18 +947,7 @@ json code_actions(const document &d, const json &params)
                     return f.kind == src_field::named && f.name == k->key;
                 }))
                 continue;
-            std::string value = "0";
-            if (k->type.starts_with("array of 2"))
-                value = "{0, 0}";
-            else if (k->type.starts_with("array of 4"))
-                value = "{0, 0, 0, 0}";
-            else if (k->type.starts_with("table") || k->type.starts_with("array"))
-                value = "{}";
-            else if (k->type == "string") {
-                const auto names_of = names_for(v, k->key);
-                value = "\"" + (names_of.empty() ? std::string() : names_of.front().first) + "\"";
-            }
-            insert += " " + k->key + " = " + value + ",";
+            insert += " " + k->key + " = " + placeholder(v, *k) + ",";
             names += (names.empty() ? "" : ", ") + k->key;
         }
         if (!insert.empty())
@@ -726,15 +965,14 @@ json document_symbols(const document &d)
         return out;
     const script_model &m = v.a->model;
     struct sym {
-        std::string path, name, detail;
+        const read_table *t;
+        std::string name, detail;
         int kind;
-        range r;
+        range r, sel; // its range, and the part of it an editor selects
         json children = json::array();
     };
     std::vector<sym> syms;
     for (const read_table &t : m.tables) {
-        if (t.ctor < 0)
-            continue;
         const std::string kind = table_kind(t.path);
         static const std::pair<const char *, int> SHOWN[] = {
             {"channel", SYMBOL_CLASS},       {"vsrc", SYMBOL_STRUCT},
@@ -747,9 +985,14 @@ json document_symbols(const document &d)
         for (const auto &[k, s] : SHOWN)
             if (kind == k)
                 sk = s;
-        const auto r = v.span(m.source.constructors[static_cast<size_t>(t.ctor)].span);
-        if (!sk || !r)
+        if (!sk)
             continue;
+        // Where the table was written: what a definition of it shows.
+        const made_place at = made_at(m, t);
+        const auto r = v.span(at.where);
+        if (!r)
+            continue;
+        const auto key = v.span(at.key);
         // The name a reader knows the table by: chan_0, chan_0.main, vsrc,
         // canvas[1], streams[0].
         std::string name = t.path.substr(t.path.rfind('.') + 1);
@@ -761,18 +1004,52 @@ json document_symbols(const document &d)
             name = "chan_" + t.path.substr(9, t.path.size() - 10);
         else if (kind == "pass_1")
             name = "pass_1";
-        syms.push_back({t.path, name, kind, sk, *r});
+        syms.push_back({&t, name, kind, sk, *r, key ? *key : range{r->start, r->start}});
     }
     // Nested by path: a table goes under the nearest table whose path
-    // begins its own.  Children come after their parents in reading order,
-    // so a backward pass hands each to its parent.
+    // begins its own, the buffers of a further pass under that pass.
+    // Children come after their parents in reading order, so a backward
+    // pass hands each to its parent.
+    std::vector<std::string> nest(syms.size());
+    for (size_t i = 0; i < syms.size(); ++i) {
+        static const std::regex PASS_BUF(R"((channels\[\d+\])\.src_buf\[([1-9]\d*)\](.*))");
+        std::smatch b;
+        nest[i] = std::regex_match(syms[i].t->path, b, PASS_BUF)
+                      ? b[1].str() + ".pass_cfg[" + b[2].str() + "].src_buf" + b[3].str()
+                      : syms[i].t->path;
+    }
     std::vector<int> parent(syms.size(), -1);
     for (size_t i = 0; i < syms.size(); ++i)
         for (size_t j = 0; j < i; ++j)
-            if (syms[i].path.starts_with(syms[j].path + ".") &&
-                (parent[i] < 0 ||
-                 syms[j].path.size() > syms[static_cast<size_t>(parent[i])].path.size()))
+            if (nest[i].starts_with(nest[j] + ".") &&
+                (parent[i] < 0 || nest[j].size() > nest[static_cast<size_t>(parent[i])].size()))
                 parent[i] = static_cast<int>(j);
+    // A table written outside the one it belongs to (a local given by name,
+    // `vsrc = main_sensor`) is shown where its way passed through its
+    // parent, the last store there, so that an editor's outline nests; else
+    // over the whole of its parent.  Parents come first, placed already.
+    for (size_t i = 0; i < syms.size(); ++i) {
+        if (parent[i] < 0)
+            continue;
+        const sym &up = syms[static_cast<size_t>(parent[i])];
+        sym &s = syms[i];
+        if (within(up.r, s.r))
+            continue;
+        s.r = up.r;
+        s.sel = up.sel;
+        const flow_value e = entry_of(m, *s.t);
+        const std::vector<flow_step> way =
+            e.known() ? m.flow->way(e.origin) : std::vector<flow_step>{};
+        for (auto step = way.rbegin(); step != way.rend(); ++step) {
+            const auto r = step->kind == flow_step::stored ? v.span(step->where) : std::nullopt;
+            if (r && within(up.r, *r)) {
+                const auto key = v.span(step->key);
+                s.r = *r;
+                s.sel = key ? *key : range{r->start, r->start};
+                break;
+            }
+        }
+    }
     // In the order they stand in the script.
     auto by_place = [](const json &a, const json &b) {
         const json &x = a.at("range").at("start"), &y = b.at("range").at("start");
@@ -786,7 +1063,7 @@ json document_symbols(const document &d)
                   {"detail", syms[i].detail},
                   {"kind", syms[i].kind},
                   {"range", range_json(syms[i].r)},
-                  {"selectionRange", range_json({syms[i].r.start, syms[i].r.start})},
+                  {"selectionRange", range_json(syms[i].sel)},
                   {"children", syms[i].children}};
         if (parent[i] >= 0)
             syms[static_cast<size_t>(parent[i])].children.insert(
@@ -826,8 +1103,7 @@ json definition(const document &d, position p)
             path = kit::buffer_path(std::stoi(n[1]), n[3].matched ? std::stoi(n[3]) : 0, b);
         }
         const read_table *t = table_at_path(*v.a, path);
-        return t ? location(v, v.a->model.source.constructors[static_cast<size_t>(t->ctor)].span)
-                 : nullptr;
+        return t ? location(v, made_at(v.a->model, *t).where) : nullptr;
     }
     // A variable given as a table's value: the table the loader read there.
     const word w = word_at(v.text, at);
@@ -835,14 +1111,14 @@ json definition(const document &d, position p)
         return nullptr;
     const int32_t c = constructor_at(v.map, v.text, at);
     const read_table *holder_table = read_as(v, c);
+    const auto &tables = v.a->model.tables;
     for (const src_field &f : holder_table ? v.map.constructors[static_cast<size_t>(c)].fields
                                            : std::vector<src_field>{})
         if (f.kind == src_field::named && f.value.begin.offset == w.begin &&
             f.value.end.offset == w.end)
-            if (const read_table *t = table_at_path(
-                    *v.a, holder_table->path.empty() ? f.name : holder_table->path + "." + f.name))
-                return location(v,
-                                v.a->model.source.constructors[static_cast<size_t>(t->ctor)].span);
+            for (const read_table &t : tables)
+                if (t.parent == holder_table - tables.data() && script_key(t.path) == f.name)
+                    return location(v, made_at(v.a->model, t).where);
     // Else where the name is defined: `local NAME =`, `NAME =` or a function.
     const std::regex def("(^|[^.\\w])(local\\s+(function\\s+)?|function\\s+)?" +
                          std::string(w.text) + "\\s*(=[^=]|\\()");

@@ -1,7 +1,10 @@
 // kiv lsp: scripted sessions kept as data (tools/kiv/tests/lsp/*.session),
 // run against the server in this process with its checks run at once; the
-// framing on a real pipe; places as the editor counts them; and every
-// quick fix of a planted mistake, applied, giving back the shipped text.
+// framing on a real pipe; places as the editor counts them; every quick fix
+// of a planted mistake, applied, giving back the shipped text; and in
+// scripts whose tables helpers build (tools/kiv/tests/lsp/helper_built.lua
+// and the examples), definitions, symbols and quick fixes at the places
+// the tables were written.
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
@@ -79,6 +82,42 @@ struct session {
         sent.clear();
         srv.handle(msg);
     }
+    void initialize()
+    {
+        send({{"jsonrpc", "2.0"},
+              {"id", 0},
+              {"method", "initialize"},
+              {"params", {{"capabilities", json::object()}}}});
+    }
+    void open(const std::string &uri, const std::string &text)
+    {
+        texts[uri] = text;
+        last_uri = uri;
+        send({{"jsonrpc", "2.0"},
+              {"method", "textDocument/didOpen"},
+              {"params",
+               {{"textDocument",
+                 {{"uri", uri}, {"languageId", "lua"}, {"version", 1}, {"text", text}}}}}});
+    }
+    // A request about the last document opened, and the result of its answer.
+    json ask(const std::string &method, json params)
+    {
+        params["textDocument"] = {{"uri", last_uri}};
+        send({{"jsonrpc", "2.0"}, {"id", 99}, {"method", method}, {"params", params}});
+        for (const json &m : sent)
+            if (m.value("id", 0) == 99 && m.contains("result"))
+                return m["result"];
+        ADD_FAILURE() << method << " got no answer";
+        return nullptr;
+    }
+    // The diagnostics last published for the last document opened.
+    json diagnostics() const
+    {
+        for (auto m = sent.rbegin(); m != sent.rend(); ++m)
+            if (m->value("method", "") == "textDocument/publishDiagnostics")
+                return (*m)["params"]["diagnostics"];
+        return json::array();
+    }
 };
 
 bool matches(const json &want, const json &got)
@@ -120,17 +159,8 @@ void run_block(const std::string &title, const std::vector<std::string> &lines)
         SCOPED_TRACE(line);
         std::smatch m;
         if (std::regex_match(line, m, std::regex(R"(open (\S+) (\S+))"))) {
-            const std::string uri = "file:///ws/" + m[1].str();
-            s.texts[uri] = kivtest::read_file(std::string(KIV_SOURCE_DIR) + "/" + m[2].str());
-            s.last_uri = uri;
-            s.send({{"jsonrpc", "2.0"},
-                    {"method", "textDocument/didOpen"},
-                    {"params",
-                     {{"textDocument",
-                       {{"uri", uri},
-                        {"languageId", "lua"},
-                        {"version", 1},
-                        {"text", s.texts[uri]}}}}}});
+            s.open("file:///ws/" + m[1].str(),
+                   kivtest::read_file(std::string(KIV_SOURCE_DIR) + "/" + m[2].str()));
         } else if (std::regex_match(line, m, std::regex(R"(edit (\S+) (.*?) => (.*))"))) {
             const std::string uri = "file:///ws/" + m[1].str();
             std::string &text = s.texts[uri];
@@ -377,5 +407,205 @@ TEST_F(LspSession, EveryKeyOfTheExamplesHasItsDocumentation)
                     << f.name << " at line " << f.key.begin.line;
             }
         EXPECT_GT(keys, 20);
+    }
+}
+
+namespace
+{
+
+range range_of(const json &r)
+{
+    return {{r["start"]["line"].get<uint32_t>(), r["start"]["character"].get<uint32_t>()},
+            {r["end"]["line"].get<uint32_t>(), r["end"]["character"].get<uint32_t>()}};
+}
+
+bool inside(const range &out, const range &in)
+{
+    auto at = [](position p) { return std::pair(p.line, p.character); };
+    return at(out.start) <= at(in.start) && at(in.end) <= at(out.end);
+}
+
+json position_json(const std::string &text, size_t offset)
+{
+    const position p = line_index(text).at(offset);
+    return {{"line", p.line}, {"character", p.character}};
+}
+
+const std::string HELPER_BUILT = "tools/kiv/tests/lsp/helper_built.lua";
+
+std::string source_file(const std::string &file)
+{
+    return kivtest::read_file(std::string(KIV_SOURCE_DIR) + "/" + file);
+}
+
+} // namespace
+
+// Every symbol of every shipped example, and of a script whose tables
+// helpers build, lies inside its parent, and its selection inside itself:
+// an editor's outline follows the cursor through them.
+TEST_F(LspSession, DocumentSymbolsNestInTheirParents)
+{
+    std::vector<std::string> files = {std::string(KIV_SOURCE_DIR) + "/" + HELPER_BUILT};
+    for (const auto &e : std::filesystem::directory_iterator(kivtest::example("")))
+        if (e.path().extension() == ".lua")
+            files.push_back(e.path().string());
+    int nested = 0;
+    for (const std::string &file : files) {
+        SCOPED_TRACE(file);
+        session s;
+        s.initialize();
+        s.open("file:///ws/x.lua", kivtest::read_file(file));
+        std::function<void(const json &, const json *)> check = [&](const json &sym,
+                                                                    const json *up) {
+            EXPECT_TRUE(inside(range_of(sym["range"]), range_of(sym["selectionRange"])))
+                << sym["name"];
+            if (up) {
+                ++nested;
+                EXPECT_TRUE(inside(range_of((*up)["range"]), range_of(sym["range"])))
+                    << sym["name"] << " in " << (*up)["name"];
+            }
+            for (const json &c : sym["children"])
+                check(c, &sym);
+        };
+        for (const json &sym : s.ask("textDocument/documentSymbol", json::object()))
+            check(sym, nullptr);
+    }
+    EXPECT_GE(nested, 40);
+}
+
+// In the scripts whose tables helpers build, a source buffer's name in a
+// canvas leads to where the helper's caller wrote that buffer (`main =
+// buf(...)` in the channel's call, in `pass_1 = {` for a further pass), and
+// a channel's name to the call of its helper, never into a helper.
+TEST_F(LspSession, NamesOfBuffersAndChannelsLeadToTheHelpersCallers)
+{
+    struct row {
+        std::string file;
+        int buffers, channels; // names of each in the script
+    };
+    const row rows[] = {
+        {"examples/three_channel_4k.lua", 8, 5},
+        {"examples/two_channel_encode_preview.lua", 3, 2},
+        {"examples/hdr_virtual_mode.lua", 2, 1},
+        {HELPER_BUILT, 3, 2},
+    };
+    static const std::regex NAME(R"re("chan_(\d)(?:\.([a-z]+)(?:_(\d))?)?")re");
+    for (const row &r : rows) {
+        SCOPED_TRACE(r.file);
+        const std::string text = source_file(r.file);
+        session s;
+        s.initialize();
+        s.open("file:///ws/x.lua", text);
+        const line_index lines(text);
+        int buffers = 0, channels = 0;
+        for (std::sregex_iterator n(text.begin(), text.end(), NAME), end; n != end; ++n) {
+            SCOPED_TRACE(n->str());
+            const json to = s.ask("textDocument/definition",
+                                  {{"position", position_json(text, n->position(0) + 1)}});
+            ASSERT_TRUE(to.is_object());
+            const range at = range_of(to["range"]);
+            const size_t b = lines.offset(at.start), e = lines.offset(at.end);
+            const std::string landed = text.substr(b, e - b);
+            // The call of the helper that made the channel named.
+            const size_t call = text.rfind("channel {", b), id = text.find("id = ", call);
+            ASSERT_NE(id, std::string::npos);
+            EXPECT_EQ(text.substr(id + 5, 2), (*n)[1].str() + ",");
+            EXPECT_LT(id, b == call ? e : b);
+            if (!(*n)[2].matched) {
+                ++channels;
+                EXPECT_EQ(b, call);
+                EXPECT_TRUE(landed.ends_with("}")) << landed;
+                continue;
+            }
+            ++buffers;
+            EXPECT_TRUE(landed.starts_with((*n)[2].str() + " = buf(")) << landed;
+            const size_t pass = text.find("pass_1 = {", call);
+            EXPECT_EQ((*n)[3].matched, pass < b) << landed;
+        }
+        EXPECT_EQ(buffers, r.buffers);
+        EXPECT_EQ(channels, r.channels);
+    }
+}
+
+// Quick fixes on scripts whose tables helpers build, asked for where an
+// editor asks (the diagnostic's place, or the table being written) and
+// applied as the editor applies them: a required key is written where the
+// value was to come from (the helper's caller, or the helper's table when
+// it lacks the key for every caller), a misspelt name where it was written,
+// and the script then checks clean.
+TEST_F(LspSession, QuickFixesOnHelperBuiltScriptsApplyCleanly)
+{
+    struct row {
+        std::string file;
+        const char *shipped, *planted; // the mistake planted
+        const char *ask;               // the place asked about, in the planted text
+        const char *title;             // part of the action's title
+        const char *fixed;             // what the fixed text holds
+    };
+    const row rows[] = {
+        {HELPER_BUILT, "\t\t\tsensor_ctrl = 1,\n", "", "sensor_ctrl = o.sensor_ctrl",
+         "this channel table: sensor_ctrl", "channel { sensor_ctrl = 0,\n\t\t\tid = 0,"},
+        {HELPER_BUILT, "\t\t\tsensor_ctrl = 1,\n", "", "\t\t\tid = 0",
+         "this channel table: sensor_ctrl", "channel { sensor_ctrl = 0,\n\t\t\tid = 0,"},
+        {HELPER_BUILT, "\t\t\tsensor_ctrl = 0,\n", "", "main = buf(960",
+         "this channel table: sensor_ctrl", "channel { sensor_ctrl = 0,\n\t\t\tid = 1,"},
+        {HELPER_BUILT, "\t\tmax_padding_width = 256,\n", "", "pass_num = 1",
+         "this channel table: max_padding_width", "return { max_padding_width = 0,\n"},
+        {HELPER_BUILT, "mode = \"1080p\"", "mode = \"1080px\"", "1080px",
+         "Replace `1080px` with `1080p`", "mode = \"1080p\""},
+        {HELPER_BUILT, "max_padding_width = 256", "max_padding_widht = 256", "max_padding_widht",
+         "Replace `max_padding_widht`", "\t\tmax_padding_width = 256,\n"},
+        {HELPER_BUILT, "= \"chan_0\",\n\t\t\tmain = buf(1920",
+         "= \"chan_O\",\n\t\t\tmain = buf(1920", "chan_O", "Replace `chan_O` with `chan_0`",
+         "= \"chan_0\",\n\t\t\tmain = buf(1920"},
+        {HELPER_BUILT, "{\"chan_1.main\"}", "{\"chan_1.mian\"}", "chan_1.mian",
+         "Replace `chan_1.mian`", "{\"chan_1.main\"}"},
+        {"examples/three_channel_4k.lua", "\t\t\tsensor_ctrl = 1,\n", "",
+         "sensor_ctrl = o.sensor_ctrl", "this channel table: sensor_ctrl",
+         "channel { sensor_ctrl = 0,\n\t\t\tid = 0,"},
+        {"examples/single_1080p.lua", "\tsensor_ctrl = 1,\n", "", "\tid = 0",
+         "this channel table: sensor_ctrl", "chan_0 = { sensor_ctrl = 0,"},
+    };
+    for (const row &r : rows) {
+        SCOPED_TRACE(r.file + ": " + r.shipped + " => " + r.planted);
+        std::string text = source_file(r.file);
+        const size_t at = text.find(r.shipped);
+        ASSERT_NE(at, std::string::npos);
+        text.replace(at, strlen(r.shipped), r.planted);
+        session s;
+        s.initialize();
+        s.open("file:///ws/x.lua", text);
+        EXPECT_FALSE(s.diagnostics().empty());
+        const size_t asked = text.find(r.ask);
+        ASSERT_NE(asked, std::string::npos);
+        const json actions =
+            s.ask("textDocument/codeAction",
+                  {{"range",
+                    {{"start", position_json(text, asked)}, {"end", position_json(text, asked)}}},
+                   {"context", {{"diagnostics", json::array()}}}});
+        const json *fix = nullptr;
+        std::string titles;
+        for (const json &a : actions) {
+            titles += a["title"].get<std::string>() + "\n";
+            if (a["title"].get<std::string>().find(r.title) != std::string::npos)
+                fix = &a;
+        }
+        ASSERT_TRUE(fix) << titles;
+        // The edits, from the last to the first.
+        std::vector<std::pair<size_t, json>> edits;
+        const line_index lines(text);
+        for (const json &e : (*fix)["edit"]["changes"]["file:///ws/x.lua"])
+            edits.emplace_back(lines.offset(range_of(e["range"]).start), e);
+        std::sort(edits.begin(), edits.end(),
+                  [](const auto &a, const auto &b) { return a.first > b.first; });
+        std::string fixed = text;
+        for (const auto &[b, e] : edits)
+            fixed.replace(b, lines.offset(range_of(e["range"]).end) - b,
+                          e["newText"].get<std::string>());
+        EXPECT_NE(fixed.find(r.fixed), std::string::npos) << fixed;
+        session again;
+        again.initialize();
+        again.open("file:///ws/x.lua", fixed);
+        EXPECT_EQ(again.diagnostics(), json::array()) << fixed;
     }
 }
