@@ -295,10 +295,53 @@ src_span place_of_missing(const script_model &m, const log_line &l, const std::s
     return l.where;
 }
 
+// The place of an element one past what a list may hold, when a loop made
+// it: that loop's list element of the pass (the description one too many)
+// when the loop walks a list, else the loop's limit.  None otherwise: the
+// element is placed where it stands.
+src_span past_max(const script_model &m, const flow::origin *o)
+{
+    const std::vector<flow_step> way = m.flow && o ? m.flow->way(o) : std::vector<flow_step>{};
+    if (way.empty() || way.back().kind != flow_step::stored || way.back().pass == 0)
+        return {};
+    const flow_step &s = way.back();
+    return !s.element.none() ? s.element : s.limit;
+}
+
+// The element past the maximum of the list a count line names ("stream_num
+// (14) is larger than the max supported stream num(13)", "canvas num(13)
+// cannot exceed max(12)"): placed by past_max; none for other lines.
+src_span past_max_of_count(const script_model &m, const std::string &t)
+{
+    static const std::pair<const char *, const char *> COUNTS[] = {
+        {"chan_num(", "channels"}, {"stream_num(", "streams"}, {"canvas num(", "canvas"}};
+    for (const auto &[said, list] : COUNTS) {
+        const size_t open = t.rfind('(');
+        if (!t.starts_with(said) || !m.flow || open == std::string::npos)
+            continue;
+        const long max = strtol(t.c_str() + open + 1, nullptr, 10);
+        for (const read_table &rt : m.tables)
+            if (rt.path == list && rt.flowed)
+                return past_max(m, m.flow->element(rt.flowed, max + 1).origin);
+    }
+    return {};
+}
+
 // Where a line is best placed: a missing key as above, a duplicate channel
 // id at its second use; else where the loader was reading.
 src_span place_of_line(const script_model &m, const log_line &l)
 {
+    // An element one past what its list may hold.
+    if (const src_span s = past_max_of_count(m, library_text(l.text)); !s.none())
+        return s;
+    // A channel past the third, whose id cannot be a channel's.
+    if (const std::string t = library_text(l.text);
+        t.starts_with("invalid channel id(") && t.find("CONFIG_") != std::string::npos &&
+        l.path.ends_with(".id") && l.table >= 0 &&
+        m.tables[static_cast<size_t>(l.table)].position >= 3)
+        if (const place *p = m.place_at(l.path.substr(0, l.path.size() - 3)); p && p->origin)
+            if (const src_span s = past_max(m, p->origin); !s.none())
+                return s;
     // A memory layout's list that does not have as many entries as its
     // count says: placed at the count, which the list is measured against.
     const std::string t = library_text(l.text);

@@ -58,6 +58,7 @@ struct read_table {
     // hold: what a key no loader reads may have meant.
     std::vector<std::string> missing;
     int32_t parent = -1;    // the table it was entered from, or -1
+    int32_t position = -1;  // entered as an element of its parent: which (0 for the first)
     std::string stopped_at; // the table or array it lacked, after which its reading stopped
     // Read to its end: it was left with no ERROR logged since its last
     // lookup (an ERROR that ends the reading of a table early would make

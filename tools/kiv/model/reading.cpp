@@ -754,6 +754,7 @@ void reading::enter()
     m_.tables.emplace_back();
     m_.tables.back().path = f.rec;
     m_.tables.back().parent = static_cast<int32_t>(p.index);
+    m_.tables.back().position = last_named_ ? -1 : last_index_;
     if (f.kind != tkind::channel && f.kind != tkind::stream)
         note_place(f.rec, f.self);
     stack_.push_back(std::move(f));
