@@ -77,8 +77,10 @@ struct place {
     src_span where; // the key and its value, or the constructor's '{'
     src_span value; // the value alone
     bool present = false;
-    // How the value came there, when the evaluator followed it (flow.h).
+    // How the value came there, when the evaluator followed it (flow.h),
+    // and for a table the evaluator's table.
     const flow::origin *origin = nullptr;
+    const flow::table *table = nullptr;
 };
 
 struct script_model {

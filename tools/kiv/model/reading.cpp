@@ -568,11 +568,12 @@ place reading::flowed_place(const flow_value &v) const
     if (v.type == flow_value::table) {
         const src_span filled = m_.flow->filled_at(v.t);
         if (!filled.none())
-            return {filled, {}, true, v.origin}; // the arguments of a call, not a table as written
+            return {
+                filled, {}, true, v.origin, v.t}; // the arguments of a call, not a table as written
     }
     const flow_step s = m_.flow->written_at(v.origin);
     return {s.where, s.kind == flow_step::stored ? s.value : s.where, v.type != flow_value::nil,
-            v.origin};
+            v.origin, v.type == flow_value::table ? v.t : nullptr};
 }
 
 void reading::lookup(lua_State *L, const char *name, int32_t index, kiv_want want)

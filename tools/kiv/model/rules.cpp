@@ -175,6 +175,24 @@ bool cut_short(const script_model &m, const std::string &path)
 
 // A window as the script wrote it, with what was stored when that differs
 // ({-100, 0, 640, 360} is stored as {4294967196, 0, 640, 360}).
+// Where element `i` (0-based) of the array at a record path was written,
+// when the evaluator followed it and that is outside the array's own place;
+// none otherwise.
+src_span element_place(const script_model &m, const std::string &path, int i)
+{
+    const place *p = m.flow ? m.place_at(path) : nullptr;
+    if (!p || !p->table)
+        return {};
+    const flow_value v = m.flow->element(p->table, i + 1);
+    if (!v.origin)
+        return {};
+    const src_span s = m.flow->written_at(v.origin).where;
+    if (s.none() ||
+        (s.begin.offset >= p->where.begin.offset && s.end.offset <= p->where.end.offset))
+        return {};
+    return s;
+}
+
 std::string window_text(const script_model &m, const std::string &path, const uint32_t *w)
 {
     const std::string stored =
@@ -260,6 +278,23 @@ void output_over_max(const script_model &m, findings &out)
     });
 }
 
+// Whether another buffer's output window on the same canvas, one that fits
+// in it, ends where this one begins, left of it or above it.
+bool beside_another(const kiv_multi_chan_cfg &cfg, int c, int p, int b, const kiv_src_buf_cfg &sb)
+{
+    bool beside = false;
+    each_buffer(cfg, [&](int c2, int p2, int b2, const kiv_src_buf_cfg &o) {
+        const kiv_canvas_cfg &cv = cfg.canvas[sb.canvas_id];
+        if ((c2 == c && p2 == p && b2 == b) || o.canvas_id != sb.canvas_id || !has_windows(o) ||
+            uint64_t{o.output[0]} + o.output[2] > cv.width ||
+            uint64_t{o.output[1]} + o.output[3] > cv.height)
+            return;
+        beside = beside || (sb.output[0] > 0 && o.output[0] + o.output[2] == sb.output[0]) ||
+                 (sb.output[1] > 0 && o.output[1] + o.output[3] == sb.output[1]);
+    });
+    return beside;
+}
+
 void window_outside_canvas(const script_model &m, findings &out)
 {
     if (!multi(m))
@@ -280,6 +315,20 @@ void window_outside_canvas(const script_model &m, findings &out)
                 num(static_cast<int64_t>(bottom)) + "), beyond canvas " + num(sb.canvas_id) + " (" +
                 size_text(cv.width, cv.height) + ")",
             m.where(path));
+        // The canvas is the side at fault when the window could not fit
+        // even at its corner, or when it stands beside another window of
+        // the canvas (a row or a column of views the canvas is too small
+        // for); else the window's place is.
+        const place *size = m.place_at("canvas[" + num(sb.canvas_id) + "].size");
+        if (!size || !size->present)
+            return;
+        const bool too_small =
+            sb.output[2] > cv.width || sb.output[3] > cv.height || beside_another(cfg, c, p, b, sb);
+        finding &f = out.back();
+        const src_span window = f.where;
+        f.where = too_small ? size->where : window;
+        f.related.push_back(too_small ? related_place{window, "the window"}
+                                      : related_place{size->where, "the canvas's size"});
     });
 }
 
@@ -348,6 +397,19 @@ void input_outside_source(const script_model &m, findings &out)
                 num(static_cast<int64_t>(bottom)) + "), beyond the " + size_text(w, h) +
                 " picture of its source",
             m.where(path));
+        // The number that reaches too far, where it was written when that
+        // is elsewhere (a sensor's size copied into the window): its width
+        // or height when the window starts at the picture's edge or alone
+        // is too large, else its offset.
+        const bool across = right > w;
+        const int size_at = across ? 2 : 3;
+        const uint32_t offset = sb.input[size_at - 2], extent = sb.input[size_at];
+        const int at = offset == 0 || extent > (across ? w : h) ? size_at : size_at - 2;
+        if (const src_span s = element_place(m, path, at); !s.none()) {
+            finding &f = out.back();
+            f.related.push_back({f.where, "the window"});
+            f.where = s;
+        }
     });
 }
 
