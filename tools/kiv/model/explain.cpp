@@ -320,9 +320,10 @@ src_span past_max_of_count(const script_model &m, const std::string &t)
         if (!t.starts_with(said) || !m.flow || open == std::string::npos)
             continue;
         const long max = strtol(t.c_str() + open + 1, nullptr, 10);
-        for (const read_table &rt : m.tables)
-            if (rt.path == list && rt.flowed)
-                return past_max(m, m.flow->element(rt.flowed, max + 1).origin);
+        // The list as the evaluator holds it, in the configuration's table.
+        const flow::table *top = m.tables.empty() ? nullptr : m.tables[0].flowed;
+        if (const flow_value l = m.flow->field(top, list); l.type == flow_value::table)
+            return past_max(m, m.flow->element(l.t, max + 1).origin);
     }
     return {};
 }

@@ -759,6 +759,20 @@ void lossy_round_trip(const script_model &m, findings &out)
             why = "the stream ids have a gap: the dump writes the " + num(streams) +
                   " streams as stream_0 to stream_" + num(streams - 1) +
                   " by position, so they load back changed";
+            // Placed at the id that makes the gap: the least one past the
+            // count, where it was written.
+            for (int s = streams; s < 13; ++s)
+                if (cfg.streams[s].max_width || cfg.streams[s].max_height) {
+                    if (const place *p = m.place_at("streams[" + num(s) + "].id");
+                        p && p->present) {
+                        add(out, "lossy-round-trip", path,
+                            why + " (id " + num(s) + " is past them)", p->where);
+                        why.clear();
+                    }
+                    break;
+                }
+            if (why.empty())
+                continue;
         } else {
             why = "is " + a[k].value + ", " + b[k].value + " after a dump and a load";
         }
