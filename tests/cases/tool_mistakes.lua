@@ -132,3 +132,5 @@ _resource_config_.channels[2].vsrc.bits = 44
 -- edit: bits = 12, => bits = 44,
 -- edit: hdr_mode = "linear", => hdr_mode = "linear", hdr = 1,
 -- kiv-lint: disable-file=truncated-value
+--- a buffer nested one table too deep: named where it stands | kiv check -q {}
+-- edit: \t\t\tmain = { max_output = {1920, 1080}, input = {0, 0, 1920, 1080}, output = {0, 0, 1920, 1080} }, => \t\t\tbuffers = { main = { max_output = {1920, 1080}, input = {0, 0, 1920, 1080}, output = {0, 0, 1920, 1080} } },

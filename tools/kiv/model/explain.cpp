@@ -126,7 +126,44 @@ struct stand_in {
     std::string key;   // "" when there is none
     std::string where; // the table's path, when it is the one around
     src_span place;
+    std::string said; // what to say of it, when not one of the above
 };
+
+// A key missing from table t, found elsewhere by the evaluator: in a table
+// written inside t (`main` nested in the channel's `vsrc`), or, near it, in
+// a table t takes its values from (`fsp` in the overrides a merge copies
+// from, where `fps` was meant).
+stand_in elsewhere(const script_model &m, const read_table &t, const std::string &key)
+{
+    if (!m.flow || !t.flowed)
+        return {};
+    const std::vector<std::pair<std::string, flow_value>> own = m.flow->fields(t.flowed);
+    for (const auto &[name, v] : own)
+        if (v.type == flow_value::table)
+            if (const flow_value in = m.flow->field(v.t, key);
+                in.known() && in.type != flow_value::nil)
+                return {key, "", m.flow->written_at(in.key).where,
+                        "`" + key + "` is written in " +
+                            (t.path.empty() ? name : t.path + "." + name) + ", a table inside it"};
+    std::vector<const flow::table *> giving;
+    for (const auto &[name, v] : own)
+        for (const flow::table *g : m.flow->tables_of(v.origin))
+            if (g != t.flowed && std::find(giving.begin(), giving.end(), g) == giving.end())
+                giving.push_back(g);
+    for (const flow::table *g : giving) {
+        std::vector<std::string> names;
+        for (const auto &[name, v] : m.flow->fields(g))
+            if (m.read_in.find(name) == m.read_in.end())
+                names.push_back(name);
+        if (const std::string near = nearest_name(key, names); !near.empty()) {
+            const src_span at = m.flow->written_at(m.flow->field(g, near).key).where;
+            return {near, "", at,
+                    "`" + near + "` at line " + num(at.begin.line) +
+                        ", in a table this one takes its values from: did you mean `" + key + "`?"};
+        }
+    }
+    return {};
+}
 
 stand_in stand_in_for(const script_model &m, const log_line &l, const std::string &key)
 {
@@ -142,17 +179,17 @@ stand_in stand_in_for(const script_model &m, const log_line &l, const std::strin
     const std::string near = nearest_name(key, unknown);
     if (!near.empty()) {
         const src_field *f = field_of(m.source, t.ctor, near.c_str(), -1);
-        return {near, "", f ? f->key : src_span{}};
+        return {near, "", f ? f->key : src_span{}, ""};
     }
     if (t.parent >= 0) {
         const read_table &up = m.tables[static_cast<size_t>(t.parent)];
         const std::vector<std::string> unread = up.unread();
         if (std::find(unread.begin(), unread.end(), key) != unread.end()) {
             const src_field *f = field_of(m.source, up.ctor, key.c_str(), -1);
-            return {key, up.path, f ? f->key : src_span{}};
+            return {key, up.path, f ? f->key : src_span{}, ""};
         }
     }
-    return {};
+    return elsewhere(m, t, key);
 }
 
 std::string explain_absent(const script_model &m, const log_line &l, const std::string &t,
@@ -164,6 +201,8 @@ std::string explain_absent(const script_model &m, const log_line &l, const std::
                              " asks for `" + key + "`");
     if (s.key.empty())
         return t;
+    if (!s.said.empty())
+        return hinted(t, s.said);
     if (!s.where.empty())
         return hinted(t, "`" + key + "` is written in " + s.where + ", the table around it");
     return hinted(t, "the table has `" + s.key + "`, which no loader reads: did you mean `" + key +
@@ -183,6 +222,14 @@ std::string missing_key(const log_line &l)
         return "source";
     if (l.level == 0 && t.starts_with("item(") && t.find("doesn't exist") != std::string::npos)
         return between(t, "item(", ")");
+    // "can't get source buffer(0) of pass 0": the buffer's key when the
+    // loader found none.
+    if (t.starts_with("can't get source buffer(") && !l.found) {
+        const long b = strtol(t.c_str() + 25, nullptr, 10);
+        if (b >= 0 && b < KIV_SRC_BUF_NUM &&
+            l.path.ends_with(std::string(".") + kiv_src_buf_names[b]))
+            return kiv_src_buf_names[b];
+    }
     return "";
 }
 
@@ -516,8 +563,11 @@ std::string explain(const script_model &m, const log_line &l)
     if (const std::string key = missing_key(l); !key.empty()) {
         // The stream parser says "channel" where it means streams.
         const std::string said = key == "streams" ? "no stream config found" : t;
-        return explain_absent(
-            m, l, t.starts_with("item(") ? t : said + ": `" + key + "` is absent or empty", key);
+        return explain_absent(m, l,
+                              t.starts_with("item(") || t.starts_with("can't get source buffer(")
+                                  ? t
+                                  : said + ": `" + key + "` is absent or empty",
+                              key);
     }
     return t;
 }

@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <cstring>
 #include <unordered_map>
+#include <unordered_set>
 
 #include "model/flow_ast.h"
 #include "model/lex.h"
@@ -1356,6 +1357,59 @@ const flow::table *value_flow::keys_list(const flow::table *t) const
 src_span value_flow::made_at(const flow::table *t) const
 {
     return t && t->made ? t->made->where : src_span{};
+}
+
+namespace
+{
+
+// Marks the stores on the ways of a value (its copies and its operands).
+void mark_way(const flow::origin *o, std::unordered_set<const flow::origin *> &marked,
+              size_t depth = 0)
+{
+    for (; o && depth < flow::MAX_WAY; o = o->from, ++depth) {
+        if (!marked.insert(o).second)
+            return;
+        if (o->also)
+            mark_way(o->also, marked, depth + 1);
+    }
+}
+
+} // namespace
+
+std::vector<std::pair<std::string, flow_value>> value_flow::fields(const flow::table *t) const
+{
+    std::vector<std::pair<std::string, flow_value>> out;
+    if (t)
+        for (const auto &[k, e] : t->entries)
+            if (k.t == flow_value::string && e.v.t != flow_value::nil)
+                out.emplace_back(std::string(k.s), flow::view(e.v, e.key_origin));
+    return out;
+}
+
+std::vector<std::pair<std::string, src_span>>
+value_flow::unreached_keys(const std::vector<const flow::table *> &read) const
+{
+    std::unordered_set<const flow::origin *> marked;
+    const std::unordered_set<const flow::table *> is_read(read.begin(), read.end());
+    for (const flow::table *t : read)
+        for (const auto &[k, e] : t ? t->entries : decltype(t->entries){}) {
+            mark_way(e.v.o, marked);
+            mark_way(e.key_origin, marked);
+        }
+    std::unordered_set<const flow::table *> giving;
+    for (const flow::origin *o : marked)
+        if (o->kind == flow::origin::stored && o->table && !is_read.count(o->table))
+            giving.insert(o->table);
+    std::vector<std::pair<std::string, src_span>> out;
+    for (const flow::table *t : giving)
+        for (const auto &[k, e] : t->entries)
+            if (k.t == flow_value::string && e.v.t != flow_value::nil && !marked.count(e.v.o) &&
+                e.key_origin && e.key_origin->at)
+                out.emplace_back(std::string(k.s), e.key_origin->at->where);
+    std::sort(out.begin(), out.end(), [](const auto &a, const auto &b) {
+        return a.second.begin.offset < b.second.begin.offset;
+    });
+    return out;
 }
 
 std::vector<const flow::table *> value_flow::tables_of(const flow::origin *o) const

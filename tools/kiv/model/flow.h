@@ -119,6 +119,14 @@ class value_flow
     const flow::table *keys_list(const flow::table *t) const;
     // Where a table's constructor stands; none when it was not made by one.
     src_span made_at(const flow::table *t) const;
+    // The entries of table t under string keys, not nil, in no order.
+    std::vector<std::pair<std::string, flow_value>> fields(const flow::table *t) const;
+    // The keys of tables that are not among `read` but gave some value to
+    // them, whose own values reached none of them: a defaults or overrides
+    // table's key that a merge never copies (a misspelt `fsp` beside the
+    // `fps` it meant), with where each key was written.
+    std::vector<std::pair<std::string, src_span>>
+    unreached_keys(const std::vector<const flow::table *> &read) const;
     // The tables the stores of a value's way stored it into, in order:
     // a description's, a defaults table's, then the configuration's.
     std::vector<const flow::table *> tables_of(const flow::origin *o) const;

@@ -89,6 +89,8 @@ using namespace kit;
 // A key of a table the loader read to its end that it did not read; in a
 // table whose reading stopped at a missing table or array (a buffer without
 // `input`), only a key that is that one misspelt.
+void unreached_key(const script_model &m, findings &out);
+
 void unknown_key(const script_model &m, findings &out)
 {
     for (const read_table &t : m.tables) {
@@ -123,6 +125,41 @@ void unknown_key(const script_model &m, findings &out)
                                                    t.stopped_at + "`";
             add(out, "unknown-key", t.path.empty() ? k : t.path + "." + k, what + hint, where);
         }
+    }
+    unreached_key(m, out);
+}
+
+// A key of a table the loader never reads (defaults, overrides, a
+// description) that no copy takes to the configuration, while its other
+// keys are taken, and that is near a key the loader reads: a misspelling
+// that a merge drops without a word.
+void unreached_key(const script_model &m, findings &out)
+{
+    // Only a load read to its end tells what reaches the configuration.
+    if (!m.flow || m.result != 0 || !m.ran)
+        return;
+    std::vector<const flow::table *> read;
+    for (const read_table &t : m.tables)
+        if (t.flowed)
+            read.push_back(t.flowed);
+    std::vector<std::string> known;
+    for (const auto &[name, in] : m.read_in)
+        known.push_back(name);
+    for (const auto &[key, where] : m.flow->unreached_keys(read)) {
+        if (m.read_in.count(key))
+            continue;
+        const std::string near = nearest_name(key, known);
+        if (near.empty())
+            continue;
+        add(out, "unknown-key", key,
+            "no loader reads `" + key +
+                "`, and no copy takes it to a table one reads: did you "
+                "mean `" +
+                near + "`? (it is read in " +
+                (m.read_in.at(near).empty() ? std::string("the top-level table")
+                                            : m.read_in.at(near)) +
+                ")",
+            where);
     }
 }
 
