@@ -410,10 +410,17 @@ src_span place_of_line(const script_model &m, const log_line &l)
     }
     if (const std::string key = missing_key(l); !key.empty())
         return place_of_missing(m, l, key);
-    if (library_text(l.text).starts_with("invalid channel id(") && m.kind == kiv_kind::multi_chan)
+    if (library_text(l.text).starts_with("invalid channel id(") && m.kind == kiv_kind::multi_chan) {
         for (const script_model::duplicate &d : m.duplicates)
             if (d.list == "channels")
                 return d.where[1];
+        // A channel left without an id because another took an id past the
+        // count: that id, where it was written.
+        for (int64_t id = m.cfg->chan_num; id < 256 && l.text.find("CONFIG_") == std::string::npos;
+             ++id)
+            if (const place *p = m.place_at("channels[" + num(id) + "].id"); p && p->present)
+                return p->where;
+    }
     return l.where;
 }
 

@@ -103,6 +103,7 @@ struct table {
 
 struct program {
     const src_map *source = nullptr;
+    std::string_view text;
     ast a;
     std::string stopped;
     std::deque<table> tables;
@@ -1185,6 +1186,7 @@ value_flow::value_flow(std::string_view text, const src_map &source)
     : p_(std::make_unique<flow::program>())
 {
     p_->source = &source;
+    p_->text = text;
     if (text.size() > flow::MAX_TEXT) {
         p_->stopped = "a text longer than the evaluator follows";
         return;
@@ -1266,7 +1268,7 @@ std::vector<flow_step> value_flow::way(const flow::origin *o) const
     return out;
 }
 
-flow_step value_flow::written_at(const flow::origin *o) const
+flow_step value_flow::written_at(const flow::origin *o, const copy_test &keep) const
 {
     if (!o || o->kind == flow::origin::absent)
         return {};
@@ -1283,6 +1285,8 @@ flow_step value_flow::written_at(const flow::origin *o) const
             return lacking;
         }
         if (from->kind == flow::origin::stored) {
+            if (keep && keep(key_text(o->at->key), key_text(from->at->key)))
+                break;
             o = from;
             continue;
         }
@@ -1328,6 +1332,16 @@ src_span value_flow::filled(const flow::table *t, int depth) const
             out.end = at.end;
     }
     return out;
+}
+
+// A store's key as written, without the dot of `.name`; "" for `[k]` and
+// an element given by position.
+std::string_view value_flow::key_text(const src_span &key) const
+{
+    std::string_view k = span_text(p_->text, key);
+    if (k.starts_with("."))
+        k.remove_prefix(1);
+    return k.starts_with("[") ? std::string_view() : k;
 }
 
 src_span value_flow::filled_at(const flow::table *t) const

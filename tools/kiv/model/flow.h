@@ -80,8 +80,8 @@ class value_flow
 {
   public:
     // Parses and runs `text` (a script file's text, as the interpreter reads
-    // it).  Bounded in time and memory whatever the text: a run that would
-    // go past its bounds stops there, keeping what it made.
+    // it; it must outlive the evaluator).  Bounded in time and memory whatever the text: a run that
+    // would go past its bounds stops there, keeping what it made.
     value_flow(std::string_view text, const src_map &source);
     // Keeps `source` (which must outlive it) to tell the constructors of
     // helper functions from those of the main chunk.
@@ -107,7 +107,12 @@ class value_flow
     // (`mode = "1080p"` in a description), or to the literal or operation
     // that made it when that stands elsewhere (`local W = 640`, `s.w // 2`
     // in a local).  For an entry's key, pass v.key.
-    flow_step written_at(const flow::origin *o) const;
+    // `keep(later, earlier)`, when given, is asked of each copy from one
+    // store to another with the two keys as written (`frame_rate`, `fps`):
+    // true stops the walk at the later store, a copy that gives the value
+    // a new meaning (one record field's value taken for another's).
+    using copy_test = std::function<bool(std::string_view later, std::string_view earlier)>;
+    flow_step written_at(const flow::origin *o, const copy_test &keep = nullptr) const;
     // Where the entries of table t were written, when its constructor
     // writes none of them out and they were all written on one line: the
     // call `buf(640, 360, 0, 0)` for the table `{x, y, w, h}` a helper
@@ -148,6 +153,7 @@ class value_flow
 
   private:
     src_span filled(const flow::table *t, int depth) const;
+    std::string_view key_text(const src_span &key) const;
     std::unique_ptr<flow::program> p_;
 };
 

@@ -5,8 +5,10 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <unordered_set>
 
 #include "channel/srcbuf.h"
+#include "lsp/keydocs.h"
 #include "model/names.h"
 
 namespace kivtool
@@ -558,6 +560,23 @@ place reading::listed_place(const flow::table *list, const char *name) const
     return {brace_at(m_.flow->made_at(list)), {}, false};
 }
 
+// A copy that gives a value a new meaning: one key of the configuration's
+// copied into another (`frame_rate = door.fps`, `img_stats_src_chan =
+// o.id`), where the mistake is the copy, not the value copied.  A copy
+// under the same name, or from a description's own key (`idsp_fps =
+// s.rate`), only carries the value on.
+static bool retold(std::string_view later, std::string_view earlier)
+{
+    static const std::unordered_set<std::string> keys = [] {
+        std::unordered_set<std::string> k;
+        for (const key_doc &d : key_docs())
+            k.insert(d.key);
+        return k;
+    }();
+    return !later.empty() && !earlier.empty() && later != earlier &&
+           keys.count(std::string(earlier)) && keys.count(std::string(later));
+}
+
 // The place of a value the evaluator followed: a table where it was stored
 // last (the field that names it here), any other value where it was written.
 place reading::flowed_place(const flow_value &v) const
@@ -571,7 +590,7 @@ place reading::flowed_place(const flow_value &v) const
             return {
                 filled, {}, true, v.origin, v.t}; // the arguments of a call, not a table as written
     }
-    const flow_step s = m_.flow->written_at(v.origin);
+    const flow_step s = m_.flow->written_at(v.origin, retold);
     return {s.where, s.kind == flow_step::stored ? s.value : s.where, v.type != flow_value::nil,
             v.origin, v.type == flow_value::table ? v.t : nullptr};
 }
@@ -714,7 +733,7 @@ void reading::check_type(lua_State *L, frame &f, const char *name, int32_t index
         m_.tables[f.index].path = f.rec;
         note_place(f.rec, f.self);
         note_place(joined(f.rec, "id"), cur_);
-        ids_[chan ? 0 : 1].emplace_back(v, cur_.where);
+        ids_[chan ? 0 : 1].push_back({v, cur_.where});
         return;
     }
     case KIV_WANT_STRING:
@@ -891,14 +910,14 @@ void reading::finish()
     close(stack_.back(), m_.ran && m_.result == 0);
     static const char *const LISTS[] = {"channels", "streams"};
     for (int l = 0; l < 2; ++l) {
-        std::vector<std::pair<int64_t, src_span>> &ids = ids_[l];
+        std::vector<given_id> &ids = ids_[l];
         std::stable_sort(ids.begin(), ids.end(),
-                         [](const auto &a, const auto &b) { return a.first < b.first; });
+                         [](const given_id &a, const given_id &b) { return a.id < b.id; });
         for (size_t i = 0; i < ids.size();) {
             size_t j = i;
-            script_model::duplicate d{LISTS[l], ids[i].first, {}};
-            for (; j < ids.size() && ids[j].first == ids[i].first; ++j)
-                d.where.push_back(ids[j].second);
+            script_model::duplicate d{LISTS[l], ids[i].id, {}};
+            for (; j < ids.size() && ids[j].id == ids[i].id; ++j)
+                d.where.push_back(ids[j].where);
             if (d.where.size() > 1)
                 m_.duplicates.push_back(std::move(d));
             i = j;

@@ -127,7 +127,11 @@ class reading
     int32_t last_index_ = -1;
     bool last_named_ = false;
     // Ids of `channels` and `streams` elements, with where each was written.
-    std::vector<std::pair<int64_t, src_span>> ids_[2];
+    struct given_id {
+        int64_t id;
+        src_span where;
+    };
+    std::vector<given_id> ids_[2];
 
     // Each constructor's fields by name (the last of a name wins) and by
     // position, made when the reading first looks into it.

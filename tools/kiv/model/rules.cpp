@@ -186,12 +186,14 @@ void duplicate_id(const script_model &m, findings &out)
         // Channels with one id fail the load, which says so.
         if (d.list == "channels" && m.result != 0)
             continue;
-        for (size_t i = 1; i < d.where.size(); ++i)
+        for (size_t i = 1; i < d.where.size(); ++i) {
             add(out, "duplicate-id", d.list + "[" + num(d.id) + "]",
                 "another " + (d.list == "streams" ? std::string("stream") : "channel") +
                     " has the id " + num(d.id) + " (the first is at line " +
                     num(d.where[0].begin.line) + "): it replaces the first, which is lost",
                 d.where[i]);
+            out.back().related.push_back({d.where[0], "the first with this id"});
+        }
     }
 }
 

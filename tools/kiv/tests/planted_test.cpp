@@ -129,14 +129,16 @@ double placed_share(const std::string &set)
 
 TEST(Planted, FreshSetIsPlacedAtTheMistakes)
 {
-    EXPECT_GE(placed_share("fresh"), 0.6);
+    EXPECT_GE(placed_share("fresh"), 0.9);
 }
 
 TEST(Planted, ProgramsSetIsPlacedAtTheMistakes)
 {
-    // 28 of the 43 are placed at their line today; the share rises to 1.0
-    // as placement follows values through loop passes, merges and patches.
-    EXPECT_GE(placed_share("programs"), 0.65);
+    // 43 of the 45 are placed at their line.  The two others are choices
+    // between two sides that the text cannot make: a duplicate stream id
+    // placed at the later of the two, and a canvas no stream encodes placed
+    // at the canvas rather than at the map that left it out.
+    EXPECT_GE(placed_share("programs"), 43.0 / 45);
 }
 
 // --- No finding lands on a table other than the one it is about ----------
