@@ -390,6 +390,12 @@ src_span place_of_line(const script_model &m, const log_line &l)
         if (const place *p = m.place_at(l.path.substr(0, l.path.size() - 3)); p && p->origin)
             if (const src_span s = past_max(m, p->origin); !s.none())
                 return s;
+    // A layer that layer_map selects and layers does not give: placed at
+    // layer_map, which asks for it.
+    if (library_text(l.text).starts_with("Wrong item num(0) in item(crop_win) of index("))
+        if (const size_t at = l.path.find(".layers"); at != std::string::npos)
+            if (const place *p = m.place_at(l.path.substr(0, at) + ".layer_map"); p && p->present)
+                return p->where;
     // A memory layout's list that does not have as many entries as its
     // count says: placed at the count, which the list is measured against.
     const std::string t = library_text(l.text);
@@ -435,6 +441,20 @@ std::string path_of_line(const script_model &m, const log_line &l)
 
 } // namespace
 
+// The other side of a line the tool places at what it is measured
+// against (a memory layout's count, a pyramid's layer_map): where the
+// loader was reading, as a note.
+static void other_side(const log_line &l, finding &f)
+{
+    const std::string t = library_text(l.text);
+    const char *what =
+        t.starts_with("channel mem cfg num(") || t.starts_with("stream mem cfg num(") ? "the list"
+        : t.starts_with("Wrong item num(0) in item(crop_win) of index(")              ? "the layers"
+                                                                                      : nullptr;
+    if (what && !l.where.none() && l.where.begin.offset != f.where.begin.offset)
+        f.related.push_back({l.where, what});
+}
+
 namespace kit
 {
 
@@ -475,6 +495,7 @@ void load_failed(const script_model &m, findings &out)
     if (f.missing.empty()) {
         add(out, "load-failed", path_of_line(m, l), trimmed(explain(m, l)) + "; " + refused,
             place_of_line(m, l));
+        other_side(l, out.back());
         return;
     }
     // The key the loader needed, the nearest key the table has instead, and
@@ -491,8 +512,10 @@ void load_error(const script_model &m, findings &out)
     const log_line *cause = failure_of(m).line;
     for (const log_line &l : m.log)
         if (l.level == 0 && &l != cause && !passes_on(library_text(l.text)) &&
-            (!cause || &l < cause))
+            (!cause || &l < cause)) {
             add(out, "load-error", l.path, explain(m, l), place_of_line(m, l));
+            other_side(l, out.back());
+        }
 }
 
 void load_warning(const script_model &m, findings &out)
