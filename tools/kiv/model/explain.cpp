@@ -342,54 +342,54 @@ src_span place_of_missing(const script_model &m, const log_line &l, const std::s
     return l.where;
 }
 
-// The place of an element one past what a list may hold, when a loop made
-// it: that loop's list element of the pass (the description one too many)
-// when the loop walks a list, else the loop's limit.  None otherwise: the
-// element is placed where it stands.
-src_span past_max(const script_model &m, const flow::origin *o)
+// The store of an element one past what a list may hold, made in a loop's
+// pass, for a line that says the list is too long ("stream_num(14) is
+// larger than the max supported stream num(13)", "canvas num(13) cannot
+// exceed max(12)") or that a channel past the third has an id no channel
+// can have; none (kind written) for other lines and elements not made in a
+// loop, which are placed where they stand.
+flow_step past_max(const script_model &m, const log_line &l)
 {
-    const std::vector<flow_step> way = m.flow && o ? m.flow->way(o) : std::vector<flow_step>{};
-    if (way.empty() || way.back().kind != flow_step::stored || way.back().pass == 0)
+    if (!m.flow)
         return {};
-    const flow_step &s = way.back();
-    return !s.element.none() ? s.element : s.limit;
-}
-
-// The element past the maximum of the list a count line names ("stream_num
-// (14) is larger than the max supported stream num(13)", "canvas num(13)
-// cannot exceed max(12)"): placed by past_max; none for other lines.
-src_span past_max_of_count(const script_model &m, const std::string &t)
-{
+    const std::string t = library_text(l.text);
+    const flow::origin *o = nullptr;
     static const std::pair<const char *, const char *> COUNTS[] = {
         {"chan_num(", "channels"}, {"stream_num(", "streams"}, {"canvas num(", "canvas"}};
-    for (const auto &[said, list] : COUNTS) {
-        const size_t open = t.rfind('(');
-        if (!t.starts_with(said) || !m.flow || open == std::string::npos)
-            continue;
-        const long max = strtol(t.c_str() + open + 1, nullptr, 10);
-        // The list as the evaluator holds it, in the configuration's table.
-        const flow::table *top = m.tables.empty() ? nullptr : m.tables[0].flowed;
-        if (const flow_value l = m.flow->field(top, list); l.type == flow_value::table)
-            return past_max(m, m.flow->element(l.t, max + 1).origin);
-    }
-    return {};
+    for (const auto &[said, list] : COUNTS)
+        if (const size_t open = t.rfind('('); t.starts_with(said) && open != std::string::npos) {
+            const long max = strtol(t.c_str() + open + 1, nullptr, 10);
+            // The list as the evaluator holds it, in the configuration's table.
+            const flow::table *top = m.tables.empty() ? nullptr : m.tables[0].flowed;
+            if (const flow_value v = m.flow->field(top, list); v.type == flow_value::table)
+                o = m.flow->element(v.t, max + 1).origin;
+        }
+    if (t.starts_with("invalid channel id(") && t.find("CONFIG_") != std::string::npos &&
+        l.path.ends_with(".id") && l.table >= 0 &&
+        m.tables[static_cast<size_t>(l.table)].position >= 3)
+        if (const place *p = m.place_at(l.path.substr(0, l.path.size() - 3)); p)
+            o = p->origin;
+    const std::vector<flow_step> way = o ? m.flow->way(o) : std::vector<flow_step>{};
+    if (way.empty() || way.back().kind != flow_step::stored || way.back().pass == 0)
+        return {};
+    return way.back();
+}
+
+// Where such an element is placed: the loop's list element of its pass
+// when the loop walks a list (the description one too many), else the
+// loop's limit.
+src_span past_max_place(const flow_step &s)
+{
+    return !s.element.none() ? s.element : s.limit;
 }
 
 // Where a line is best placed: a missing key as above, a duplicate channel
 // id at its second use; else where the loader was reading.
 src_span place_of_line(const script_model &m, const log_line &l)
 {
-    // An element one past what its list may hold.
-    if (const src_span s = past_max_of_count(m, library_text(l.text)); !s.none())
-        return s;
-    // A channel past the third, whose id cannot be a channel's.
-    if (const std::string t = library_text(l.text);
-        t.starts_with("invalid channel id(") && t.find("CONFIG_") != std::string::npos &&
-        l.path.ends_with(".id") && l.table >= 0 &&
-        m.tables[static_cast<size_t>(l.table)].position >= 3)
-        if (const place *p = m.place_at(l.path.substr(0, l.path.size() - 3)); p && p->origin)
-            if (const src_span s = past_max(m, p->origin); !s.none())
-                return s;
+    // An element one past what its list may hold, made by a loop.
+    if (const flow_step s = past_max(m, l); s.pass > 0)
+        return past_max_place(s);
     // A layer that layer_map selects and layers does not give: placed at
     // layer_map, which asks for it.
     if (library_text(l.text).starts_with("Wrong item num(0) in item(crop_win) of index("))
@@ -444,8 +444,15 @@ std::string path_of_line(const script_model &m, const log_line &l)
 // The other side of a line the tool places at what it is measured
 // against (a memory layout's count, a pyramid's layer_map): where the
 // loader was reading, as a note.
-static void other_side(const log_line &l, finding &f)
+static void other_side(const script_model &m, const log_line &l, finding &f)
 {
+    // An element past its list's maximum: the loop that made it.
+    if (const flow_step s = past_max(m, l); s.pass > 0) {
+        if (!s.element.none())
+            f.related.push_back({s.limit, "the loop's limit"});
+        f.related.push_back({s.where, "stored here, in pass " + num(s.pass) + " of the loop"});
+        return;
+    }
     const std::string t = library_text(l.text);
     const char *what =
         t.starts_with("channel mem cfg num(") || t.starts_with("stream mem cfg num(") ? "the list"
@@ -495,7 +502,7 @@ void load_failed(const script_model &m, findings &out)
     if (f.missing.empty()) {
         add(out, "load-failed", path_of_line(m, l), trimmed(explain(m, l)) + "; " + refused,
             place_of_line(m, l));
-        other_side(l, out.back());
+        other_side(m, l, out.back());
         return;
     }
     // The key the loader needed, the nearest key the table has instead, and
@@ -514,7 +521,7 @@ void load_error(const script_model &m, findings &out)
         if (l.level == 0 && &l != cause && !passes_on(library_text(l.text)) &&
             (!cause || &l < cause)) {
             add(out, "load-error", l.path, explain(m, l), place_of_line(m, l));
-            other_side(l, out.back());
+            other_side(m, l, out.back());
         }
 }
 
