@@ -29,6 +29,8 @@ constexpr size_t MAX_STRING_BYTES = 32u << 20;
 constexpr size_t MAX_TEXT = 4u << 20; // longer texts are not followed at all
 constexpr int MAX_DEPTH = 180;        // nested calls
 constexpr size_t MAX_WAY = 64;        // steps of one value's way
+// Origins followed back from a value for its way.
+constexpr size_t MAX_WAY_DEPTH = 1024;
 // Statements and expressions nested on the call stack, calls included
 // (a few hundred bytes of stack each).
 constexpr int MAX_NEST = 4000;
@@ -98,6 +100,9 @@ struct table {
     int32_t source = -1;
     const site *made = nullptr; // its constructor
     int64_t border = 0;
+    // Positive integer keys holding a value: how many, and a bound none of
+    // them is above.  The border is the only one when they are 1 .. count.
+    int64_t count = 0, top = 0;
 };
 
 struct program {
@@ -113,6 +118,7 @@ struct program {
     table *env = nullptr;
     value_flow::failure failure;
     bool failed = false;
+    bool open_length = false; // a length taken of a table with holes
 };
 
 namespace
@@ -269,6 +275,20 @@ class runner
         if (--steps_ < 0)
             throw stop{"the evaluator's step bound"};
     }
+    // Work that grows with a string's length (converting, comparing or
+    // hashing it) or with the number of values copied: a step for every
+    // 32 bytes or 16 values, so that such work too stays within the bound.
+    void work(size_t units)
+    {
+        steps_ -= static_cast<int64_t>(units);
+        if (steps_ < 0)
+            throw stop{"the evaluator's step bound"};
+    }
+    void charge(const value &v)
+    {
+        if (v.t == flow_value::string)
+            work(v.s->size() >> 5);
+    }
     void grow(size_t n = 1)
     {
         objects_ += n;
@@ -333,6 +353,7 @@ class runner
     // Tables.
     key key_of(const value &k, const site *at, bool storing)
     {
+        charge(k);
         key out;
         out.t = k.t;
         switch (k.t) {
@@ -392,6 +413,14 @@ class runner
         const key kk = key_of(k, at, true);
         grow();
         entry &e = t->entries[kk];
+        if (kk.t == flow_value::integer && kk.i > 0) {
+            const bool had = e.v.t != flow_value::nil, has = v.t != flow_value::nil;
+            t->count += has - had;
+            if (has && kk.i > t->top)
+                t->top = kk.i;
+            else if (!has && kk.i == t->top)
+                t->top = kk.i - 1;
+        }
         e.v = v;
         origin *o = const_cast<origin *>(new_origin(origin::stored, at, v.o));
         o->table = t;
@@ -417,6 +446,19 @@ class runner
             ++n;
         }
         t->border = n;
+        // A table with holes has several borders, and which the interpreter
+        // finds depends on how it laid the table out, which it does not
+        // tell: the run notes that what follows may differ from the real one.
+        if (!p_.open_length && (t->count != n || t->top > n)) {
+            if (t->count == n) {
+                work(t->entries.size() >> 4);
+                t->top = n;
+                for (const auto &[k, e] : t->entries)
+                    if (k.t == flow_value::integer && k.i > n && e.v.t != flow_value::nil)
+                        t->top = std::max(t->top, k.i);
+            }
+            p_.open_length = t->count != n || t->top > n;
+        }
         return n;
     }
 
@@ -438,6 +480,7 @@ class runner
         for (int32_t i = 0; i < pr->params; ++i)
             fr.vars[static_cast<size_t>(i)] = new_cell(
                 static_cast<size_t>(i) < args.size() ? args[static_cast<size_t>(i)] : value{});
+        work(args.size() >> 4);
         if (pr->vararg && args.size() > static_cast<size_t>(pr->params))
             fr.varargs.assign(args.begin() + pr->params, args.end());
         exec(pr->body, fr);
@@ -566,6 +609,9 @@ class runner
         if (s->rhs.size() > 2)
             v2 = eval(s->rhs[2], fr);
         value init, limit, stepv;
+        charge(v0);
+        charge(v1);
+        charge(v2);
         if (!to_number(v1, limit))
             fail("'for' limit must be a number", s->rhs[1]->at);
         if (!to_number(v2, stepv))
@@ -577,15 +623,17 @@ class runner
         const bool ints = v0.t == flow_value::integer && v2.t == flow_value::integer;
         int64_t ii = v0.i, il = 0;
         const int64_t is = v2.i;
-        double fi = as_float(init);
         const double fl = as_float(limit), fs = as_float(stepv);
-        bool skip = false;
+        // A float loop starts from its start less its step, the step added
+        // before each pass, the first too (which can round).
+        double fi = as_float(init) - fs;
         if (ints) {
-            // A float limit is cut to the integers it allows.
+            // A float limit is cut to the integers it allows; NaN allows
+            // none above the least.
             if (limit.t == flow_value::integer)
                 il = limit.i;
             else if (std::isnan(limit.d))
-                skip = true;
+                il = INT64_MIN;
             else {
                 const double f = is > 0 ? std::floor(limit.d) : std::ceil(limit.d);
                 il = f >= 0x1p63 ? INT64_MAX : f < -0x1p63 ? INT64_MIN : static_cast<int64_t>(f);
@@ -595,17 +643,11 @@ class runner
         return loop(s, fr, [&](int64_t n) {
             value v;
             v.o = s->var_origin;
-            if (skip)
-                return false;
             if (ints) {
-                if (n > 1) {
-                    // The next value, unless it would pass the limit (or wrap).
-                    const int64_t next =
-                        wrap(static_cast<uint64_t>(ii) + static_cast<uint64_t>(is));
-                    if ((is > 0 && next < ii) || (is < 0 && next > ii))
-                        return false;
-                    ii = next;
-                }
+                // The next value, wrapping past the largest integer (and
+                // then going on) as the interpreter's does.
+                if (n > 1)
+                    ii = wrap(static_cast<uint64_t>(ii) + static_cast<uint64_t>(is));
                 if (is > 0 ? ii > il : ii < il)
                     return false;
                 v.t = flow_value::integer;
@@ -613,8 +655,7 @@ class runner
                 var_set_ = true;
                 var_ = ii;
             } else {
-                if (n > 1)
-                    fi += fs;
+                fi += fs;
                 if (fs > 0 ? !(fi <= fl) : !(fl <= fi))
                     return false;
                 v.t = flow_value::number;
@@ -763,6 +804,7 @@ class runner
     {
         step();
         if (e->k == ek::vararg) {
+            work(fr.varargs.size() >> 4);
             out = fr.varargs;
             return;
         }
@@ -854,27 +896,39 @@ class runner
     {
         table *t = new_table(e->tab->source);
         t->made = e->at;
+        // Elements given by position are stored 50 at a time, before the
+        // field that follows the 50th and at the end, after the fields
+        // written with their keys before them: {'b', [1] = 'a'} holds 'b'.
         int64_t n = 0;
+        std::vector<std::pair<value, const site *>> pending;
+        const auto flush = [&] {
+            for (const auto &[v, at] : pending) {
+                value k;
+                k.t = flow_value::integer;
+                k.i = ++n;
+                set(t, k, v, at, nullptr);
+            }
+            pending.clear();
+        };
         const std::vector<field> &fs = e->tab->fields;
         for (size_t i = 0; i < fs.size(); ++i) {
             const field &f = fs[i];
+            if (pending.size() >= 50)
+                flush();
             if (f.kind == field::positional) {
                 std::vector<value> vs;
                 if (i + 1 == fs.size())
                     eval_multi(f.value, fr, vs);
                 else
                     vs.push_back(eval(f.value, fr));
-                for (const value &v : vs) {
-                    value k;
-                    k.t = flow_value::integer;
-                    k.i = ++n;
-                    set(t, k, v, f.at, nullptr);
-                }
+                for (const value &v : vs)
+                    pending.emplace_back(v, f.at);
             } else {
                 const value k = eval(f.key, fr);
                 set(t, k, eval(f.value, fr), f.at, key_origin(f.key, k));
             }
         }
+        flush();
         value v;
         v.t = flow_value::table;
         v.tab = t;
@@ -883,6 +937,7 @@ class runner
     }
     value unary(const expr *e, const value &a)
     {
+        charge(a);
         value r;
         r.o = e->lit ? e->lit : new_origin(origin::computed, e->at, a.o);
         switch (e->o) {
@@ -970,6 +1025,8 @@ class runner
     }
     value binary(const expr *e, const value &a, const value &b)
     {
+        charge(a);
+        charge(b);
         value r;
         r.o = new_origin(origin::computed, e->at, a.o, b.o);
         switch (e->o) {
@@ -1151,20 +1208,23 @@ bool within(const src_span &inner, const src_span &outer)
     return inner.begin.offset >= outer.begin.offset && inner.end.offset <= outer.end.offset;
 }
 
-void way_of(const origin *o, std::vector<flow_step> &out)
+// `depth` origins back from the value asked about: a way longer than
+// MAX_WAY_DEPTH (a string grown a piece at a time by a long loop) is cut
+// at its start, so that following it takes no deeper a stack than that.
+void way_of(const origin *o, std::vector<flow_step> &out, size_t depth = 0)
 {
-    if (!o || out.size() >= MAX_WAY)
+    if (!o || out.size() >= MAX_WAY || depth >= MAX_WAY_DEPTH)
         return;
     switch (o->kind) {
     case origin::absent:
-        way_of(o->from, out);
+        way_of(o->from, out, depth + 1);
         return;
     case origin::computed:
-        way_of(o->from, out);
-        way_of(o->also, out);
+        way_of(o->from, out, depth + 1);
+        way_of(o->also, out, depth + 1);
         break;
     case origin::stored:
-        way_of(o->from, out);
+        way_of(o->from, out, depth + 1);
         break;
     default:
         break;
@@ -1342,8 +1402,9 @@ const flow::table *value_flow::keys_list(const flow::table *t) const
             continue;
         const flow::origin *o = e.key_origin;
         // Back to the store that put the key's string in a list.
-        while (o && o->kind == flow::origin::stored && o->from &&
-               o->from->kind == flow::origin::stored)
+        for (size_t n = 0; n < flow::MAX_WAY_DEPTH && o && o->kind == flow::origin::stored &&
+                           o->from && o->from->kind == flow::origin::stored;
+             ++n)
             o = o->from;
         if (!o || o->kind != flow::origin::stored || !o->at->key.none() || !o->table ||
             (list && list != o->table))
@@ -1376,6 +1437,11 @@ void value_flow::each_key(
             if (k.t == flow_value::string && e.v.t != flow_value::nil)
                 fn(&t, k.s,
                    e.key_origin && e.key_origin->at ? e.key_origin->at->where : src_span{});
+}
+
+bool value_flow::open_length() const
+{
+    return p_->open_length;
 }
 
 const value_flow::failure *value_flow::failed() const
