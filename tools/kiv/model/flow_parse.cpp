@@ -14,9 +14,12 @@ namespace
 {
 
 // Nesting deeper than this is refused, as the interpreter refuses it
-// ("too many C levels" / "syntax levels"), so the evaluator never nests
-// deeper on the call stack than the interpreter would let a script.
-constexpr int MAX_LEVELS = 200;
+// ("too many C levels"), so the evaluator never nests deeper on the call
+// stack than the interpreter would let a script.  The interpreter counts a
+// level for each statement and each expression of the grammar (not for a
+// block, a suffix or a constructor of its own) and allows 200 with the
+// level of the loader's call it parses in.
+constexpr int MAX_LEVELS = 199;
 
 struct tok {
     tk kind;
@@ -34,6 +37,7 @@ struct scope_fn {
     scope_fn *parent;
     std::vector<std::pair<std::string_view, int32_t>> active; // locals in scope, in order
     std::vector<std::string_view> up_names;                   // parallel to p->up
+    int loops;                                                // loops open around here
 };
 
 class parser
@@ -64,7 +68,7 @@ class parser
         proto *p = &a_.protos.emplace_back();
         p->vararg = true;
         a_.main = p;
-        scope_fn fs{p, nullptr, {}, {}};
+        scope_fn fs{p, nullptr, {}, {}, 0};
         fs_ = &fs;
         p->body = block_of();
         if (cur().kind != tk::eof)
@@ -203,7 +207,6 @@ class parser
     }
     block block_of()
     {
-        level l(*this);
         const size_t scope = fs_->active.size();
         block b;
         while (!block_ends(cur())) {
@@ -217,9 +220,18 @@ class parser
         fs_->active.resize(scope);
         return b;
     }
+    // The body of a loop, where `break` may stand.
+    block loop_body()
+    {
+        ++fs_->loops;
+        block b = block_of();
+        --fs_->loops;
+        return b;
+    }
     // A block whose scope goes on past it (repeat's `until` sees its locals).
     stat *return_stat()
     {
+        level l(*this); // a statement of its own to the interpreter
         take();
         stat *s = new_stat(sk::ret);
         if (!block_ends(cur()) && !is(";"))
@@ -245,7 +257,7 @@ class parser
             s->cond = expression();
             expect("do");
             s->loop = loop_at(b, {});
-            s->body = block_of();
+            s->body = loop_body();
             expect("end");
             return s;
         }
@@ -264,6 +276,7 @@ class parser
             const size_t scope = fs_->active.size();
             s->loop = loop_at(b, {});
             block body;
+            ++fs_->loops;
             while (!block_ends(cur())) {
                 if (is("return")) {
                     body.push_back(return_stat());
@@ -272,6 +285,7 @@ class parser
                 if (stat *st = statement())
                     body.push_back(st);
             }
+            --fs_->loops;
             s->body = std::move(body);
             expect("until");
             s->cond = expression();
@@ -303,6 +317,8 @@ class parser
             throw failed{"'return' must end its block"};
         if (t.text == "break") {
             take();
+            if (fs_->loops == 0)
+                throw failed{"break outside a loop"};
             return new_stat(sk::brk);
         }
         if (t.text == "goto" || t.text == "::")
@@ -353,7 +369,7 @@ class parser
             s->var_origin = vo;
             const size_t scope = fs_->active.size();
             s->vars.push_back(declare(first));
-            s->body = block_of();
+            s->body = loop_body();
             fs_->active.resize(scope);
             expect("end");
             return s;
@@ -369,7 +385,7 @@ class parser
         const size_t scope = fs_->active.size();
         for (std::string_view n : names)
             s->vars.push_back(declare(n));
-        s->body = block_of();
+        s->body = loop_body();
         fs_->active.resize(scope);
         expect("end");
         return s;
@@ -451,7 +467,7 @@ class parser
     {
         (void)b;
         proto *p = &a_.protos.emplace_back();
-        scope_fn fs{p, fs_, {}, {}};
+        scope_fn fs{p, fs_, {}, {}, 0};
         fs_ = &fs;
         if (method)
             declare("self");
@@ -618,7 +634,6 @@ class parser
     }
     expr *suffixed()
     {
-        level l(*this);
         const src_pos b = cur().begin;
         expr *e = primary();
         for (;;) {
@@ -676,7 +691,6 @@ class parser
     }
     expr *constructor()
     {
-        level l(*this);
         const src_pos b = cur().begin;
         take(); // '{'
         ctor *c = &a_.ctors.emplace_back();

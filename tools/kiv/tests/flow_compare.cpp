@@ -165,6 +165,17 @@ void count_hook(lua_State *L, lua_Debug *)
     }
 }
 
+// Loads the script (given as a light userdata) and runs it, from a C
+// function as the loader does: the parser's levels count that call too.
+int load_and_run(lua_State *L)
+{
+    const auto *text = static_cast<const std::string *>(lua_touserdata(L, 1));
+    if (luaL_loadbufferx(L, text->data(), text->size(), "=script", "t") != LUA_OK)
+        return lua_error(L);
+    lua_call(L, 0, 0);
+    return 0;
+}
+
 // Whether the evaluator stopped at a bound of its own or at what it does
 // not follow, where the interpreter may go on.
 bool own_bound(const std::string &why)
@@ -202,9 +213,10 @@ std::string flow_differs(std::string_view text, const value_flow &f,
     if (!L)
         return "";
     lua_sethook(L, count_hook, LUA_MASKCOUNT, HOOK_EVERY);
-    const std::string loaded = as_loaded(text);
-    const bool ran = luaL_loadbufferx(L, loaded.data(), loaded.size(), "=script", "t") == LUA_OK &&
-                     lua_pcall(L, 0, 0, 0) == LUA_OK;
+    std::string loaded = as_loaded(text);
+    lua_pushcfunction(L, load_and_run);
+    lua_pushlightuserdata(L, &loaded);
+    const bool ran = lua_pcall(L, 1, 0, 0) == LUA_OK;
     lua_sethook(L, nullptr, 0, 0);
     const bool compared =
         !b.bounded && !f.open_length() && (f.stopped().empty() || !own_bound(f.stopped()));

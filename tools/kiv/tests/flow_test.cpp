@@ -87,6 +87,10 @@ const char *const SAME_VALUES[] = {
     "local fs = {} local i = 0 repeat i = i + 1 local j = i * 2 fs[i] = function() return j end "
     "until j >= 6 a = fs[1]() b = fs[3]()",
     "local t = {} local i = 1 i, t[i] = i + 1, 20 u = t j, j = 1, 2 k = j",
+    // `break` outside a loop is an error of the text, inside a function too.
+    "a = 1 if a then break end",
+    "while true do local function f() break end end",
+    "for i = 1, 2 do a = i if i == 1 then break end end repeat b = 1 break until false",
 };
 
 // Runs a script in the interpreter and in the evaluator and compares their
@@ -288,14 +292,6 @@ TEST(Flow, NamesTheLoopWhoseFirstPassIndexedNil)
     EXPECT_EQ(at(f.failed()->loop_start), "3:9");
 }
 
-std::string repeated(std::string_view s, size_t n)
-{
-    std::string out;
-    for (size_t i = 0; i < n; ++i)
-        out += s;
-    return out;
-}
-
 // Memory in use by the process's allocator, where it tells.
 size_t heap_in_use()
 {
@@ -304,6 +300,40 @@ size_t heap_in_use()
 #else
     return 0;
 #endif
+}
+
+std::string repeated(std::string_view s, size_t n)
+{
+    std::string out;
+    for (size_t i = 0; i < n; ++i)
+        out += s;
+    return out;
+}
+
+// Nesting up to where the interpreter refuses it ("too many C levels"), and
+// one level past it.
+TEST(Flow, RefusesNestingWhereTheInterpreterDoes)
+{
+    const struct {
+        const char *before, *open, *middle, *close;
+    } rows[] = {
+        {"a = ", "(", "1", ")"},
+        {"", "do ", "a = 1 ", "end "},
+        {"a = ", "{", "", "}"},
+        {"a = ", "- ", "1", ""},
+        {"a = 'x'", " .. 'x'", "", ""},
+        {"local function f(x) return x end a = ", "f(", "1", ")"},
+        {"a = ", "function() return ", "1", " end"},
+        {"a = 2", " ^ 2", "", ""},
+        {"", "if true then ", "a = 1 ", "end "},
+    };
+    for (const auto &r : rows)
+        for (size_t n = 95; n < 205; ++n)
+            if (n < 100 || n > 190) {
+                const std::string s =
+                    r.before + repeated(r.open, n) + r.middle + repeated(r.close, n);
+                compare(std::to_string(n) + " of " + r.open, s);
+            }
 }
 
 // Scripts made to run the evaluator past its bounds: each stops at one,
