@@ -34,6 +34,9 @@ constexpr size_t MAX_WAY_DEPTH = 1024;
 // Statements and expressions nested on the call stack, calls included
 // (a few hundred bytes of stack each).
 constexpr int MAX_NEST = 4000;
+// ... and the stack they may take, whatever the size of each (several
+// times larger in a build with sanitizers).
+constexpr uintptr_t MAX_STACK = 4u << 20;
 
 struct table;
 struct closure;
@@ -234,6 +237,7 @@ class runner
 
     void run()
     {
+        stack_base_ = reinterpret_cast<uintptr_t>(__builtin_frame_address(0));
         p_.env = new_table(-1);
         closure *main = new_closure(p_.a.main);
         std::vector<value> none, out;
@@ -252,11 +256,15 @@ class runner
     bool var_set_ = false;
     int64_t var_ = 0;
     const table *over_ = nullptr; // a numeric loop's list, when its limit is #list
+    uintptr_t stack_base_ = 0;    // where the run's stack starts
     struct nested {
         runner &r;
         explicit nested(runner &q) : r(q)
         {
-            if (++r.nest_ > MAX_NEST)
+            const auto here = reinterpret_cast<uintptr_t>(__builtin_frame_address(0));
+            const uintptr_t used =
+                r.stack_base_ > here ? r.stack_base_ - here : here - r.stack_base_;
+            if (++r.nest_ > MAX_NEST || used > MAX_STACK)
                 throw stop{"expressions nested deeper than the evaluator follows"};
         }
         ~nested() { --r.nest_; }
@@ -276,8 +284,9 @@ class runner
             throw stop{"the evaluator's step bound"};
     }
     // Work that grows with a string's length (converting, comparing or
-    // hashing it) or with the number of values copied: a step for every
-    // 32 bytes or 16 values, so that such work too stays within the bound.
+    // hashing it) or with the number of values passed: a step for every
+    // 32 bytes or 16 values, so that such work too stays within the bound
+    // (copies of a function's extra arguments count as objects too).
     void work(size_t units)
     {
         steps_ -= static_cast<int64_t>(units);
@@ -481,8 +490,10 @@ class runner
             fr.vars[static_cast<size_t>(i)] = new_cell(
                 static_cast<size_t>(i) < args.size() ? args[static_cast<size_t>(i)] : value{});
         work(args.size() >> 4);
-        if (pr->vararg && args.size() > static_cast<size_t>(pr->params))
+        if (pr->vararg && args.size() > static_cast<size_t>(pr->params)) {
+            grow(args.size() - static_cast<size_t>(pr->params));
             fr.varargs.assign(args.begin() + pr->params, args.end());
+        }
         exec(pr->body, fr);
         out = std::move(fr.ret);
         --depth_;
@@ -804,7 +815,7 @@ class runner
     {
         step();
         if (e->k == ek::vararg) {
-            work(fr.varargs.size() >> 4);
+            grow(fr.varargs.size());
             out = fr.varargs;
             return;
         }

@@ -44,7 +44,7 @@ class comparison
                           const kivtool::src_span &) { ++string_keys_[t]; });
     }
 
-    std::string same(const flow_value &v, const std::string &path)
+    std::string same(const flow_value &v, const std::string &path, int depth = 0)
     {
         static const char *const types[] = {"unknown", "nil",    "boolean", "integer",
                                             "float",   "string", "table",   "function"};
@@ -88,7 +88,10 @@ class comparison
         }
         if (v.type != flow_value::table)
             return differ("a table");
-        if (!seen_.insert(lua_topointer(L_, -1)).second)
+        // Tables nested deeper than configurations nest them are compared
+        // to that depth.
+        if (depth >= MAX_DEPTH || !lua_checkstack(L_, 4) ||
+            !seen_.insert(lua_topointer(L_, -1)).second)
             return "";
         size_t strings = 0;
         std::string diff;
@@ -97,10 +100,10 @@ class comparison
             if (lua_type(L_, -2) == LUA_TSTRING) {
                 ++strings;
                 const std::string k = lua_tostring(L_, -2);
-                diff = same(f_.field(v.t, k), path + "." + k);
+                diff = same(f_.field(v.t, k), path + "." + k, depth + 1);
             } else if (lua_isinteger(L_, -2)) {
                 const lua_Integer k = lua_tointeger(L_, -2);
-                diff = same(f_.element(v.t, k), path + "[" + std::to_string(k) + "]");
+                diff = same(f_.element(v.t, k), path + "[" + std::to_string(k) + "]", depth + 1);
             }
             lua_pop(L_, 1);
         }
@@ -115,6 +118,7 @@ class comparison
     }
 
   private:
+    static constexpr int MAX_DEPTH = 64;
     lua_State *L_;
     const value_flow &f_;
     std::set<const void *> seen_;

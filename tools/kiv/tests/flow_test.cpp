@@ -374,6 +374,12 @@ TEST(Flow, StopsWithinItsBounds)
         repeated("do ", 100000) + repeated("end ", 100000),
         "local function f() " + repeated("if true then ", 150) + "f()" + repeated(" end", 150) +
             " end f()",
+        // Calls nested in deep expressions: the stack they take is bounded
+        // whatever the size of each frame.
+        "local function f(n) if n > 0 then return " + repeated("(", 150) + "f(n - 1)" +
+            repeated(")", 150) + " end return 0 end a = f(1000)",
+        // Long lists of arguments passed on and on.
+        "local function f(...) return f(...) end f(" + big_args + ")",
     };
     for (const std::string &s : scripts) {
         SCOPED_TRACE(s.substr(0, 120));
