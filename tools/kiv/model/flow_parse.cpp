@@ -20,6 +20,14 @@ namespace
 // block, a suffix or a constructor of its own) and allows 200 with the
 // level of the loader's call it parses in.
 constexpr int MAX_LEVELS = 199;
+// The interpreter's limits of a function: its local variables in scope
+// (each loop has three of its own besides its variables), its upvalues (the
+// table of globals one of them when it names a global), and the registers
+// of a list of values, which follow its locals (a call's also hold the
+// function, and a method call's its object).
+constexpr size_t MAX_LOCALS = 200;
+constexpr size_t MAX_UPVALUES = 255;
+constexpr size_t MAX_REGISTERS = 255;
 
 struct tok {
     tk kind;
@@ -38,6 +46,7 @@ struct scope_fn {
     std::vector<std::pair<std::string_view, int32_t>> active; // locals in scope, in order
     std::vector<std::string_view> up_names;                   // parallel to p->up
     int loops;                                                // loops open around here
+    bool env; // has the table of globals as an upvalue
 };
 
 class parser
@@ -68,7 +77,7 @@ class parser
         proto *p = &a_.protos.emplace_back();
         p->vararg = true;
         a_.main = p;
-        scope_fn fs{p, nullptr, {}, {}, 0};
+        scope_fn fs{p, nullptr, {}, {}, 0, true};
         fs_ = &fs;
         p->body = block_of();
         if (cur().kind != tk::eof)
@@ -151,9 +160,31 @@ class parser
     // Names.
     int32_t declare(std::string_view n)
     {
+        if (n == "_ENV")
+            throw failed{"_ENV is not followed"};
+        hide(0);
         const int32_t v = fs_->p->vars++;
         fs_->active.emplace_back(n, v);
         return v;
+    }
+    // Local variables of the interpreter's own that no name reaches: a
+    // loop's state.
+    void hide(int n)
+    {
+        if (fs_->active.size() + static_cast<size_t>(n) >= MAX_LOCALS)
+            throw failed{"too many local variables"};
+        for (int k = 0; k < n; ++k)
+            fs_->active.emplace_back("(for state)", -1);
+    }
+    void registers(size_t values)
+    {
+        if (fs_->active.size() + values >= MAX_REGISTERS)
+            throw failed{"function or expression needs too many registers"};
+    }
+    static void more_upvalues(const scope_fn *fs)
+    {
+        if (fs->p->up.size() + fs->env + 1 > MAX_UPVALUES)
+            throw failed{"too many upvalues"};
     }
     static int32_t local_in(const scope_fn *fs, std::string_view n)
     {
@@ -175,6 +206,7 @@ class parser
             if (ref.index < 0)
                 return -1;
         }
+        more_upvalues(fs);
         fs->p->up.push_back(ref);
         fs->up_names.push_back(n);
         return static_cast<int32_t>(fs->p->up.size() - 1);
@@ -190,6 +222,12 @@ class parser
             expr *e = new_expr(ek::upval, b);
             e->slot = u;
             return e;
+        }
+        if (n == "_ENV")
+            throw failed{"_ENV is not followed"};
+        for (scope_fn *f = fs_; f && !f->env; f = f->parent) {
+            more_upvalues(f);
+            f->env = true;
         }
         expr *e = new_expr(ek::global, b);
         e->str = &a_.strings.emplace_back(n);
@@ -368,6 +406,7 @@ class parser
             vo->variable = true;
             s->var_origin = vo;
             const size_t scope = fs_->active.size();
+            hide(3);
             s->vars.push_back(declare(first));
             s->body = loop_body();
             fs_->active.resize(scope);
@@ -383,6 +422,7 @@ class parser
         expect("do");
         s->loop = loop_at(b, {});
         const size_t scope = fs_->active.size();
+        hide(3);
         for (std::string_view n : names)
             s->vars.push_back(declare(n));
         s->body = loop_body();
@@ -467,7 +507,7 @@ class parser
     {
         (void)b;
         proto *p = &a_.protos.emplace_back();
-        scope_fn fs{p, fs_, {}, {}, 0};
+        scope_fn fs{p, fs_, {}, {}, 0, false};
         fs_ = &fs;
         if (method)
             declare("self");
@@ -490,7 +530,8 @@ class parser
     }
 
     // Expressions.
-    std::vector<expr *> exprlist(std::vector<src_span> *spans = nullptr)
+    // A list of values, `held` registers before them (a call's function).
+    std::vector<expr *> exprlist(std::vector<src_span> *spans = nullptr, size_t held = 0)
     {
         std::vector<expr *> v;
         do {
@@ -499,6 +540,7 @@ class parser
             if (spans)
                 spans->push_back({b, last_end()});
         } while (accept(","));
+        registers(held + v.size());
         return v;
     }
     expr *expression() { return subexpr(0); }
@@ -654,13 +696,13 @@ class parser
                 expr *c = new_expr(ek::method, b);
                 c->a = e;
                 c->str = &a_.strings.emplace_back(n);
-                c->args = call_args();
+                c->args = call_args(2);
                 c->at = new_site(b, last_end());
                 e = c;
             } else if (is("(") || cur().kind == tk::string || cur().kind == tk::lbrace) {
                 expr *c = new_expr(ek::call, b);
                 c->a = e;
-                c->args = call_args();
+                c->args = call_args(1);
                 c->at = new_site(b, last_end());
                 e = c;
             } else {
@@ -676,7 +718,7 @@ class parser
         const_cast<site *>(e->at)->key = {key_begin, last_end()};
         return e;
     }
-    std::vector<expr *> call_args()
+    std::vector<expr *> call_args(size_t held)
     {
         if (cur().kind == tk::string)
             return {simple()};
@@ -685,7 +727,7 @@ class parser
         expect("(");
         std::vector<expr *> args;
         if (!is(")"))
-            args = exprlist();
+            args = exprlist(nullptr, held);
         expect(")");
         return args;
     }

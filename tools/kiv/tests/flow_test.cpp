@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <functional>
 #include <malloc.h>
 #include <sstream>
 #include <string>
@@ -336,6 +337,46 @@ TEST(Flow, RefusesNestingWhereTheInterpreterDoes)
             }
 }
 
+// The interpreter's limits of a function, up to them and one past: its
+// local variables (a loop has three of its own), its upvalues (the globals'
+// table one of them), the registers of a list of values.
+TEST(Flow, RefusesWhatPassesTheLimitsOfAFunction)
+{
+    const auto names = [](const char *prefix, size_t n, const char *sep) {
+        std::string out;
+        for (size_t i = 0; i < n; ++i)
+            out += (i ? sep : "") + std::string(prefix) + std::to_string(i);
+        return out;
+    };
+    const auto ones = [](size_t n) { return "1" + repeated(", 1", n - 1); };
+    const std::function<std::string(size_t)> rows[] = {
+        [&](size_t n) { return "local " + names("a", n, ", ") + " = 1"; },
+        [&](size_t n) { return "for i = 1, 2 do local " + names("a", n, ", ") + " end"; },
+        [&](size_t n) { return "for k, v in next, {} do local " + names("a", n, ", ") + " end"; },
+        [&](size_t n) { return "local function f(...) end f(" + ones(n) + ")"; },
+        [&](size_t n) { return "local o = {f = function() end} o:f(" + ones(n) + ")"; },
+        [&](size_t n) { return "local a, b = 1 a = {(function() return " + ones(n) + " end)()}"; },
+        [&](size_t n) { return "a = " + ones(n); },
+        [&](size_t n) {
+            return "local " + names("u", 150, ", ") + " local function f() local " +
+                   names("v", n - 150, ", ") + " return function() return " +
+                   names("u", 150, " + ") + " + " + names("v", n - 150, " + ") +
+                   " end end a = f()()";
+        },
+        [&](size_t n) {
+            return "local " + names("u", 150, ", ") + " = 1 x = 1 local function f() local " +
+                   names("v", n - 150, ", ") + " = 1 return function() return x + " +
+                   names("u", 150, " + ") + " + " + names("v", n - 150, " + ") +
+                   " end end a = f()()";
+        },
+    };
+    for (size_t row = 0; row < std::size(rows); ++row)
+        for (size_t n = 190; n < 260; ++n) {
+            const std::string s = rows[row](n);
+            compare("row " + std::to_string(row) + ", " + std::to_string(n), s);
+        }
+}
+
 // Scripts made to run the evaluator past its bounds: each stops at one,
 // and what it made stays within a bound of memory.  The bound is of what
 // the run keeps (all it made, as nothing is freed before the end).
@@ -435,4 +476,23 @@ TEST(Flow, CutsTheWayOfAValueComputedAgainAndAgain)
     EXPECT_EQ(at(f.written_at(x.origin).where), "1:37");
 }
 
+} // namespace
+namespace
+{
+TEST(FlowProbe, Probes)
+{
+    const char *p = getenv("FLOW_PROBES");
+    if (!p)
+        return;
+    std::string all = kivtest::read_file(p);
+    size_t at = 0;
+    while (at <= all.size()) {
+        size_t end = all.find("\n====\n", at);
+        if (end == std::string::npos)
+            end = all.size();
+        std::string s = all.substr(at, end - at);
+        compare(s, s);
+        at = end + 6;
+    }
+}
 } // namespace
