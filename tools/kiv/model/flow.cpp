@@ -711,6 +711,26 @@ class runner
         std::vector<value> vs;
         eval_list(s->rhs, fr, vs);
         vs.resize(s->lhs.size());
+        // A target's table or key that is a local of this function is the
+        // local itself to the interpreter, read when the value is stored
+        // (after a call among the values changed it, if one did), unless a
+        // later target of the statement is that local: then it was copied
+        // before the values.
+        const auto late = [&](size_t i, const expr *x) {
+            if (x->k != ek::local)
+                return false;
+            for (size_t j = i + 1; j < s->lhs.size(); ++j)
+                if (s->lhs[j]->k == ek::local && s->lhs[j]->slot == x->slot)
+                    return false;
+            return true;
+        };
+        for (size_t i = 0; i < s->lhs.size(); ++i)
+            if (const expr *t = s->lhs[i]; t->k == ek::index) {
+                if (late(i, t->a))
+                    ts[i].obj = fr.vars[static_cast<size_t>(t->a->slot)]->v;
+                if (late(i, t->b))
+                    ts[i].k = fr.vars[static_cast<size_t>(t->b->slot)]->v;
+            }
         for (size_t j = s->lhs.size(); j-- > 0;) {
             const expr *t = s->lhs[j];
             const value &v = vs[j];
@@ -1161,8 +1181,10 @@ class runner
             r.d = std::floor(fx / fy);
             break;
         default: { // mod
+            // The remainder takes the divisor's sign: -33.5 % -2 is -1.5,
+            // -5 % (1/0) is inf.
             double m = std::fmod(fx, fy);
-            if ((m > 0) ? fy < 0 : (m < 0 && fy != m))
+            if (m * fy < 0)
                 m += fy;
             r.d = m;
         }

@@ -6,7 +6,9 @@
 
 #include <filesystem>
 #include <functional>
+#if __has_include(<malloc.h>)
 #include <malloc.h>
+#endif
 #include <sstream>
 #include <string>
 #include <vector>
@@ -88,6 +90,14 @@ const char *const SAME_VALUES[] = {
     "local fs = {} local i = 0 repeat i = i + 1 local j = i * 2 fs[i] = function() return j end "
     "until j >= 6 a = fs[1]() b = fs[3]()",
     "local t = {} local i = 1 i, t[i] = i + 1, 20 u = t j, j = 1, 2 k = j",
+    // A float remainder takes the divisor's sign.
+    "a = -33.5 % -2 b = -5 % (1/0) c = 5 % -(1/0) d = 5.5 % -2 e = -0.0 % 1 f = 0.0 % -1 "
+    "g = 1 % -0.0 h = -7.25 % 2 i = 7.25 % -2",
+    // A local as a target's table or key is read when the value is stored,
+    // unless a later target is that local.
+    "local a = 1 local function f() a = 2 return 'v' end local t = {} t[a] = f() r = t",
+    "local b = 1 local function g() b = 2 return 'v' end local u = {} u[b], b = g(), 7 r = u",
+    "local T, T2 = {}, {} local function h() T = T2 return 'w' end T.x = h() r, s = T, T2",
     // `break` outside a loop is an error of the text, inside a function too.
     "a = 1 if a then break end",
     "while true do local function f() break end end",
@@ -127,6 +137,7 @@ struct golden_script {
     std::string title, text;
 };
 
+// An edit's text: "\n" and "\t" stand for a line break and a tab.
 std::string unescaped(std::string t)
 {
     for (const auto &[from, to] : {std::pair<std::string, std::string>{"\\n", "\n"}, {"\\t", "\t"}})
@@ -468,31 +479,11 @@ TEST(Flow, CutsTheWayOfAValueComputedAgainAndAgain)
     const std::string s = "local x = 0 while x < 200000 do x = x + 1 end t = {x = x}";
     const value_flow f(s, kivtool::scan_source(s));
     ASSERT_EQ(f.stopped(), "");
-    const flow_value x =
-        f.field(f.globals().t, "t").t ? f.field(f.field(f.globals().t, "t").t, "x") : flow_value{};
+    const flow_value x = follow(f, "t.x");
     ASSERT_EQ(x.type, flow_value::integer);
     EXPECT_EQ(x.i, 200000);
     EXPECT_EQ(f.way(x.origin).size(), 64u);
     EXPECT_EQ(at(f.written_at(x.origin).where), "1:37");
 }
 
-} // namespace
-namespace
-{
-TEST(FlowProbe, Probes)
-{
-    const char *p = getenv("FLOW_PROBES");
-    if (!p)
-        return;
-    std::string all = kivtest::read_file(p);
-    size_t at = 0;
-    while (at <= all.size()) {
-        size_t end = all.find("\n====\n", at);
-        if (end == std::string::npos)
-            end = all.size();
-        std::string s = all.substr(at, end - at);
-        compare(s, s);
-        at = end + 6;
-    }
-}
 } // namespace
