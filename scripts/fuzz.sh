@@ -19,10 +19,11 @@ for t in "${targets[@]}"; do
     seeds=(fuzz/seeds/$t)
     [ "$t" = multi_chan ] && seeds+=(examples fuzz/regressions)
     [ "$t" = lsp ] && seeds=(examples)
-    [ "$t" = flow ] && seeds=(examples tests/cases/include)
+    dict=fuzz/kiv.dict
+    [ "$t" = flow ] && seeds+=(examples tests/cases/include) && dict=fuzz/flow.dict
     echo "== fuzz_$t for ${seconds}s"
     UBSAN_OPTIONS=halt_on_error=1 build-fuzz/fuzz/fuzz_$t "$corpus" "${seeds[@]}" \
-        -artifact_prefix=build-fuzz/ -dict=fuzz/kiv.dict -max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 \
+        -artifact_prefix=build-fuzz/ -dict="$dict" -max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 \
         -print_final_stats=1 2>&1 | grep -E '^(#|stat::number_of_executed_units|==|SUMMARY|INFO: (Loaded|seed))' | tail -4
     [ "${PIPESTATUS[0]}" -eq 0 ] || { echo "fuzz_$t failed"; exit 1; }
 done
