@@ -9,7 +9,7 @@ scripts/install-deps.sh
 seconds=${1:-20}
 shift || true
 targets=("$@")
-[ ${#targets[@]} -gt 0 ] || targets=(multi_chan calib hevc aisp lsp)
+[ ${#targets[@]} -gt 0 ] || targets=(multi_chan calib hevc aisp lsp flow)
 CC=clang CXX=clang++ cmake -S . -B build-fuzz -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
     -DKIV_FUZZ=ON -DKIV_SANITIZE=address,undefined -DKIV_BUILD_TESTS=OFF -DKIV_WERROR=ON >/dev/null
 cmake --build build-fuzz -j "$(nproc)"
@@ -19,9 +19,11 @@ for t in "${targets[@]}"; do
     seeds=(fuzz/seeds/$t)
     [ "$t" = multi_chan ] && seeds+=(examples fuzz/regressions)
     [ "$t" = lsp ] && seeds=(examples)
+    dict=fuzz/kiv.dict
+    [ "$t" = flow ] && seeds+=(examples tests/cases/include) && dict=fuzz/flow.dict
     echo "== fuzz_$t for ${seconds}s"
     UBSAN_OPTIONS=halt_on_error=1 build-fuzz/fuzz/fuzz_$t "$corpus" "${seeds[@]}" \
-        -artifact_prefix=build-fuzz/ -dict=fuzz/kiv.dict -max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 \
+        -artifact_prefix=build-fuzz/ -dict="$dict" -max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 \
         -print_final_stats=1 2>&1 | grep -E '^(#|stat::number_of_executed_units|==|SUMMARY|INFO: (Loaded|seed))' | tail -4
     [ "${PIPESTATUS[0]}" -eq 0 ] || { echo "fuzz_$t failed"; exit 1; }
 done

@@ -30,9 +30,14 @@ constexpr size_t MAX_STRING_BYTES = 32u << 20;
 constexpr size_t MAX_TEXT = 4u << 20; // longer texts are not followed at all
 constexpr int MAX_DEPTH = 180;        // nested calls
 constexpr size_t MAX_WAY = 64;        // steps of one value's way
+// Origins followed back from a value for its way.
+constexpr size_t MAX_WAY_DEPTH = 1024;
 // Statements and expressions nested on the call stack, calls included
 // (a few hundred bytes of stack each).
 constexpr int MAX_NEST = 4000;
+// ... and the stack they may take, whatever the size of each (several
+// times larger in a build with sanitizers).
+constexpr uintptr_t MAX_STACK = 4u << 20;
 
 struct table;
 struct closure;
@@ -99,6 +104,9 @@ struct table {
     int32_t source = -1;
     const site *made = nullptr; // its constructor
     int64_t border = 0;
+    // Positive integer keys holding a value: how many, and a bound none of
+    // them is above.  The border is the only one when they are 1 .. count.
+    int64_t count = 0, top = 0;
 };
 
 struct program {
@@ -115,6 +123,7 @@ struct program {
     table *env = nullptr;
     value_flow::failure failure;
     bool failed = false;
+    bool open_length = false; // a length taken of a table with holes
 };
 
 namespace
@@ -230,6 +239,7 @@ class runner
 
     void run()
     {
+        stack_base_ = reinterpret_cast<uintptr_t>(__builtin_frame_address(0));
         p_.env = new_table(-1);
         closure *main = new_closure(p_.a.main);
         std::vector<value> none, out;
@@ -248,11 +258,15 @@ class runner
     bool var_set_ = false;
     int64_t var_ = 0;
     const table *over_ = nullptr; // a numeric loop's list, when its limit is #list
+    uintptr_t stack_base_ = 0;    // where the run's stack starts
     struct nested {
         runner &r;
         explicit nested(runner &q) : r(q)
         {
-            if (++r.nest_ > MAX_NEST)
+            const auto here = reinterpret_cast<uintptr_t>(__builtin_frame_address(0));
+            const uintptr_t used =
+                r.stack_base_ > here ? r.stack_base_ - here : here - r.stack_base_;
+            if (++r.nest_ > MAX_NEST || used > MAX_STACK)
                 throw stop{"expressions nested deeper than the evaluator follows"};
         }
         ~nested() { --r.nest_; }
@@ -270,6 +284,21 @@ class runner
     {
         if (--steps_ < 0)
             throw stop{"the evaluator's step bound"};
+    }
+    // Work that grows with a string's length (converting, comparing or
+    // hashing it) or with the number of values passed: a step for every
+    // 32 bytes or 16 values, so that such work too stays within the bound
+    // (copies of a function's extra arguments count as objects too).
+    void work(size_t units)
+    {
+        steps_ -= static_cast<int64_t>(units);
+        if (steps_ < 0)
+            throw stop{"the evaluator's step bound"};
+    }
+    void charge(const value &v)
+    {
+        if (v.t == flow_value::string)
+            work(v.s->size() >> 5);
     }
     void grow(size_t n = 1)
     {
@@ -335,6 +364,7 @@ class runner
     // Tables.
     key key_of(const value &k, const site *at, bool storing)
     {
+        charge(k);
         key out;
         out.t = k.t;
         switch (k.t) {
@@ -394,6 +424,14 @@ class runner
         const key kk = key_of(k, at, true);
         grow();
         entry &e = t->entries[kk];
+        if (kk.t == flow_value::integer && kk.i > 0) {
+            const bool had = e.v.t != flow_value::nil, has = v.t != flow_value::nil;
+            t->count += has - had;
+            if (has && kk.i > t->top)
+                t->top = kk.i;
+            else if (!has && kk.i == t->top)
+                t->top = kk.i - 1;
+        }
         e.v = v;
         origin *o = const_cast<origin *>(new_origin(origin::stored, at, v.o));
         o->table = t;
@@ -419,6 +457,19 @@ class runner
             ++n;
         }
         t->border = n;
+        // A table with holes has several borders, and which the interpreter
+        // finds depends on how it laid the table out, which it does not
+        // tell: the run notes that what follows may differ from the real one.
+        if (!p_.open_length && (t->count != n || t->top > n)) {
+            if (t->count == n) {
+                work(t->entries.size() >> 4);
+                t->top = n;
+                for (const auto &[k, e] : t->entries)
+                    if (k.t == flow_value::integer && k.i > n && e.v.t != flow_value::nil)
+                        t->top = std::max(t->top, k.i);
+            }
+            p_.open_length = t->count != n || t->top > n;
+        }
         return n;
     }
 
@@ -440,8 +491,11 @@ class runner
         for (int32_t i = 0; i < pr->params; ++i)
             fr.vars[static_cast<size_t>(i)] = new_cell(
                 static_cast<size_t>(i) < args.size() ? args[static_cast<size_t>(i)] : value{});
-        if (pr->vararg && args.size() > static_cast<size_t>(pr->params))
+        work(args.size() >> 4);
+        if (pr->vararg && args.size() > static_cast<size_t>(pr->params)) {
+            grow(args.size() - static_cast<size_t>(pr->params));
             fr.varargs.assign(args.begin() + pr->params, args.end());
+        }
         exec(pr->body, fr);
         out = std::move(fr.ret);
         --depth_;
@@ -568,6 +622,9 @@ class runner
         if (s->rhs.size() > 2)
             v2 = eval(s->rhs[2], fr);
         value init, limit, stepv;
+        charge(v0);
+        charge(v1);
+        charge(v2);
         if (!to_number(v1, limit))
             fail("'for' limit must be a number", s->rhs[1]->at);
         if (!to_number(v2, stepv))
@@ -579,15 +636,17 @@ class runner
         const bool ints = v0.t == flow_value::integer && v2.t == flow_value::integer;
         int64_t ii = v0.i, il = 0;
         const int64_t is = v2.i;
-        double fi = as_float(init);
         const double fl = as_float(limit), fs = as_float(stepv);
-        bool skip = false;
+        // A float loop starts from its start less its step, the step added
+        // before each pass, the first too (which can round).
+        double fi = as_float(init) - fs;
         if (ints) {
-            // A float limit is cut to the integers it allows.
+            // A float limit is cut to the integers it allows; NaN allows
+            // none above the least.
             if (limit.t == flow_value::integer)
                 il = limit.i;
             else if (std::isnan(limit.d))
-                skip = true;
+                il = INT64_MIN;
             else {
                 const double f = is > 0 ? std::floor(limit.d) : std::ceil(limit.d);
                 il = f >= 0x1p63 ? INT64_MAX : f < -0x1p63 ? INT64_MIN : static_cast<int64_t>(f);
@@ -597,17 +656,11 @@ class runner
         return loop(s, fr, [&](int64_t n) {
             value v;
             v.o = s->var_origin;
-            if (skip)
-                return false;
             if (ints) {
-                if (n > 1) {
-                    // The next value, unless it would pass the limit (or wrap).
-                    const int64_t next =
-                        wrap(static_cast<uint64_t>(ii) + static_cast<uint64_t>(is));
-                    if ((is > 0 && next < ii) || (is < 0 && next > ii))
-                        return false;
-                    ii = next;
-                }
+                // The next value, wrapping past the largest integer (and
+                // then going on) as the interpreter's does.
+                if (n > 1)
+                    ii = wrap(static_cast<uint64_t>(ii) + static_cast<uint64_t>(is));
                 if (is > 0 ? ii > il : ii < il)
                     return false;
                 v.t = flow_value::integer;
@@ -615,8 +668,7 @@ class runner
                 var_set_ = true;
                 var_ = ii;
             } else {
-                if (n > 1)
-                    fi += fs;
+                fi += fs;
                 if (fs > 0 ? !(fi <= fl) : !(fl <= fi))
                     return false;
                 v.t = flow_value::number;
@@ -661,6 +713,26 @@ class runner
         std::vector<value> vs;
         eval_list(s->rhs, fr, vs);
         vs.resize(s->lhs.size());
+        // A target's table or key that is a local of this function is the
+        // local itself to the interpreter, read when the value is stored
+        // (after a call among the values changed it, if one did), unless a
+        // later target of the statement is that local: then it was copied
+        // before the values.
+        const auto late = [&](size_t i, const expr *x) {
+            if (x->k != ek::local)
+                return false;
+            for (size_t j = i + 1; j < s->lhs.size(); ++j)
+                if (s->lhs[j]->k == ek::local && s->lhs[j]->slot == x->slot)
+                    return false;
+            return true;
+        };
+        for (size_t i = 0; i < s->lhs.size(); ++i)
+            if (const expr *t = s->lhs[i]; t->k == ek::index) {
+                if (late(i, t->a))
+                    ts[i].obj = fr.vars[static_cast<size_t>(t->a->slot)]->v;
+                if (late(i, t->b))
+                    ts[i].k = fr.vars[static_cast<size_t>(t->b->slot)]->v;
+            }
         for (size_t j = s->lhs.size(); j-- > 0;) {
             const expr *t = s->lhs[j];
             const value &v = vs[j];
@@ -765,6 +837,7 @@ class runner
     {
         step();
         if (e->k == ek::vararg) {
+            grow(fr.varargs.size());
             out = fr.varargs;
             return;
         }
@@ -856,27 +929,39 @@ class runner
     {
         table *t = new_table(e->tab->source);
         t->made = e->at;
+        // Elements given by position are stored 50 at a time, before the
+        // field that follows the 50th and at the end, after the fields
+        // written with their keys before them: {'b', [1] = 'a'} holds 'b'.
         int64_t n = 0;
+        std::vector<std::pair<value, const site *>> pending;
+        const auto flush = [&] {
+            for (const auto &[v, at] : pending) {
+                value k;
+                k.t = flow_value::integer;
+                k.i = ++n;
+                set(t, k, v, at, nullptr);
+            }
+            pending.clear();
+        };
         const std::vector<field> &fs = e->tab->fields;
         for (size_t i = 0; i < fs.size(); ++i) {
             const field &f = fs[i];
+            if (pending.size() >= 50)
+                flush();
             if (f.kind == field::positional) {
                 std::vector<value> vs;
                 if (i + 1 == fs.size())
                     eval_multi(f.value, fr, vs);
                 else
                     vs.push_back(eval(f.value, fr));
-                for (const value &v : vs) {
-                    value k;
-                    k.t = flow_value::integer;
-                    k.i = ++n;
-                    set(t, k, v, f.at, nullptr);
-                }
+                for (const value &v : vs)
+                    pending.emplace_back(v, f.at);
             } else {
                 const value k = eval(f.key, fr);
                 set(t, k, eval(f.value, fr), f.at, key_origin(f.key, k));
             }
         }
+        flush();
         value v;
         v.t = flow_value::table;
         v.tab = t;
@@ -885,6 +970,7 @@ class runner
     }
     value unary(const expr *e, const value &a)
     {
+        charge(a);
         value r;
         r.o = e->lit ? e->lit : new_origin(origin::computed, e->at, a.o);
         switch (e->o) {
@@ -972,6 +1058,8 @@ class runner
     }
     value binary(const expr *e, const value &a, const value &b)
     {
+        charge(a);
+        charge(b);
         value r;
         r.o = new_origin(origin::computed, e->at, a.o, b.o);
         switch (e->o) {
@@ -1095,8 +1183,10 @@ class runner
             r.d = std::floor(fx / fy);
             break;
         default: { // mod
+            // The remainder takes the divisor's sign: -33.5 % -2 is -1.5,
+            // -5 % (1/0) is inf.
             double m = std::fmod(fx, fy);
-            if ((m > 0) ? fy < 0 : (m < 0 && fy != m))
+            if (m * fy < 0)
                 m += fy;
             r.d = m;
         }
@@ -1153,20 +1243,23 @@ bool within(const src_span &inner, const src_span &outer)
     return inner.begin.offset >= outer.begin.offset && inner.end.offset <= outer.end.offset;
 }
 
-void way_of(const origin *o, std::vector<flow_step> &out)
+// `depth` origins back from the value asked about: a way longer than
+// MAX_WAY_DEPTH (a string grown a piece at a time by a long loop) is cut
+// at its start, so that following it takes no deeper a stack than that.
+void way_of(const origin *o, std::vector<flow_step> &out, size_t depth = 0)
 {
-    if (!o || out.size() >= MAX_WAY)
+    if (!o || out.size() >= MAX_WAY || depth >= MAX_WAY_DEPTH)
         return;
     switch (o->kind) {
     case origin::absent:
-        way_of(o->from, out);
+        way_of(o->from, out, depth + 1);
         return;
     case origin::computed:
-        way_of(o->from, out);
-        way_of(o->also, out);
+        way_of(o->from, out, depth + 1);
+        way_of(o->also, out, depth + 1);
         break;
     case origin::stored:
-        way_of(o->from, out);
+        way_of(o->from, out, depth + 1);
         break;
     default:
         break;
@@ -1357,8 +1450,9 @@ const flow::table *value_flow::keys_list(const flow::table *t) const
             continue;
         const flow::origin *o = e.key_origin;
         // Back to the store that put the key's string in a list.
-        while (o && o->kind == flow::origin::stored && o->from &&
-               o->from->kind == flow::origin::stored)
+        for (size_t n = 0; n < flow::MAX_WAY_DEPTH && o && o->kind == flow::origin::stored &&
+                           o->from && o->from->kind == flow::origin::stored;
+             ++n)
             o = o->from;
         if (!o || o->kind != flow::origin::stored || !o->at->key.none() || !o->table ||
             (list && list != o->table))
@@ -1444,6 +1538,11 @@ void value_flow::each_key(
             if (k.t == flow_value::string && e.v.t != flow_value::nil)
                 fn(&t, k.s,
                    e.key_origin && e.key_origin->at ? e.key_origin->at->where : src_span{});
+}
+
+bool value_flow::open_length() const
+{
+    return p_->open_length;
 }
 
 const value_flow::failure *value_flow::failed() const

@@ -151,6 +151,11 @@ class value_flow
     };
     const failure *failed() const;
 
+    // Whether the run took the length of a table with holes, which has
+    // more than one border: the interpreter may have found another, and
+    // what the run computed from it may differ from the real run's.
+    bool open_length() const;
+
   private:
     src_span filled(const flow::table *t, int depth) const;
     std::string_view key_text(const src_span &key) const;

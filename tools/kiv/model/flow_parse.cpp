@@ -14,9 +14,20 @@ namespace
 {
 
 // Nesting deeper than this is refused, as the interpreter refuses it
-// ("too many C levels" / "syntax levels"), so the evaluator never nests
-// deeper on the call stack than the interpreter would let a script.
-constexpr int MAX_LEVELS = 200;
+// ("too many C levels"), so the evaluator never nests deeper on the call
+// stack than the interpreter would let a script.  The interpreter counts a
+// level for each statement and each expression of the grammar (not for a
+// block, a suffix or a constructor of its own) and allows 200 with the
+// level of the loader's call it parses in.
+constexpr int MAX_LEVELS = 199;
+// The interpreter's limits of a function: its local variables in scope
+// (each loop has three of its own besides its variables), its upvalues (the
+// table of globals one of them when it names a global), and the registers
+// of a list of values, which follow its locals (a call's also hold the
+// function, and a method call's its object).
+constexpr size_t MAX_LOCALS = 200;
+constexpr size_t MAX_UPVALUES = 255;
+constexpr size_t MAX_REGISTERS = 255;
 
 struct tok {
     tk kind;
@@ -34,6 +45,8 @@ struct scope_fn {
     scope_fn *parent;
     std::vector<std::pair<std::string_view, int32_t>> active; // locals in scope, in order
     std::vector<std::string_view> up_names;                   // parallel to p->up
+    int loops;                                                // loops open around here
+    bool env; // has the table of globals as an upvalue
 };
 
 class parser
@@ -64,7 +77,7 @@ class parser
         proto *p = &a_.protos.emplace_back();
         p->vararg = true;
         a_.main = p;
-        scope_fn fs{p, nullptr, {}, {}};
+        scope_fn fs{p, nullptr, {}, {}, 0, true};
         fs_ = &fs;
         p->body = block_of();
         if (cur().kind != tk::eof)
@@ -147,9 +160,31 @@ class parser
     // Names.
     int32_t declare(std::string_view n)
     {
+        if (n == "_ENV")
+            throw failed{"_ENV is not followed"};
+        hide(0);
         const int32_t v = fs_->p->vars++;
         fs_->active.emplace_back(n, v);
         return v;
+    }
+    // Local variables of the interpreter's own that no name reaches: a
+    // loop's state.
+    void hide(int n)
+    {
+        if (fs_->active.size() + static_cast<size_t>(n) >= MAX_LOCALS)
+            throw failed{"too many local variables"};
+        for (int k = 0; k < n; ++k)
+            fs_->active.emplace_back("(for state)", -1);
+    }
+    void registers(size_t values)
+    {
+        if (fs_->active.size() + values >= MAX_REGISTERS)
+            throw failed{"function or expression needs too many registers"};
+    }
+    static void more_upvalues(const scope_fn *fs)
+    {
+        if (fs->p->up.size() + fs->env + 1 > MAX_UPVALUES)
+            throw failed{"too many upvalues"};
     }
     static int32_t local_in(const scope_fn *fs, std::string_view n)
     {
@@ -171,6 +206,7 @@ class parser
             if (ref.index < 0)
                 return -1;
         }
+        more_upvalues(fs);
         fs->p->up.push_back(ref);
         fs->up_names.push_back(n);
         return static_cast<int32_t>(fs->p->up.size() - 1);
@@ -186,6 +222,12 @@ class parser
             expr *e = new_expr(ek::upval, b);
             e->slot = u;
             return e;
+        }
+        if (n == "_ENV")
+            throw failed{"_ENV is not followed"};
+        for (scope_fn *f = fs_; f && !f->env; f = f->parent) {
+            more_upvalues(f);
+            f->env = true;
         }
         expr *e = new_expr(ek::global, b);
         e->str = &a_.strings.emplace_back(n);
@@ -203,7 +245,6 @@ class parser
     }
     block block_of()
     {
-        level l(*this);
         const size_t scope = fs_->active.size();
         block b;
         while (!block_ends(cur())) {
@@ -217,9 +258,18 @@ class parser
         fs_->active.resize(scope);
         return b;
     }
+    // The body of a loop, where `break` may stand.
+    block loop_body()
+    {
+        ++fs_->loops;
+        block b = block_of();
+        --fs_->loops;
+        return b;
+    }
     // A block whose scope goes on past it (repeat's `until` sees its locals).
     stat *return_stat()
     {
+        level l(*this); // a statement of its own to the interpreter
         take();
         stat *s = new_stat(sk::ret);
         if (!block_ends(cur()) && !is(";"))
@@ -245,7 +295,7 @@ class parser
             s->cond = expression();
             expect("do");
             s->loop = loop_at(b, {});
-            s->body = block_of();
+            s->body = loop_body();
             expect("end");
             return s;
         }
@@ -264,6 +314,7 @@ class parser
             const size_t scope = fs_->active.size();
             s->loop = loop_at(b, {});
             block body;
+            ++fs_->loops;
             while (!block_ends(cur())) {
                 if (is("return")) {
                     body.push_back(return_stat());
@@ -272,6 +323,7 @@ class parser
                 if (stat *st = statement())
                     body.push_back(st);
             }
+            --fs_->loops;
             s->body = std::move(body);
             expect("until");
             s->cond = expression();
@@ -303,6 +355,8 @@ class parser
             throw failed{"'return' must end its block"};
         if (t.text == "break") {
             take();
+            if (fs_->loops == 0)
+                throw failed{"break outside a loop"};
             return new_stat(sk::brk);
         }
         if (t.text == "goto" || t.text == "::")
@@ -352,8 +406,9 @@ class parser
             vo->variable = true;
             s->var_origin = vo;
             const size_t scope = fs_->active.size();
+            hide(3);
             s->vars.push_back(declare(first));
-            s->body = block_of();
+            s->body = loop_body();
             fs_->active.resize(scope);
             expect("end");
             return s;
@@ -367,9 +422,10 @@ class parser
         expect("do");
         s->loop = loop_at(b, {});
         const size_t scope = fs_->active.size();
+        hide(3);
         for (std::string_view n : names)
             s->vars.push_back(declare(n));
-        s->body = block_of();
+        s->body = loop_body();
         fs_->active.resize(scope);
         expect("end");
         return s;
@@ -451,7 +507,7 @@ class parser
     {
         (void)b;
         proto *p = &a_.protos.emplace_back();
-        scope_fn fs{p, fs_, {}, {}};
+        scope_fn fs{p, fs_, {}, {}, 0, false};
         fs_ = &fs;
         if (method)
             declare("self");
@@ -474,7 +530,8 @@ class parser
     }
 
     // Expressions.
-    std::vector<expr *> exprlist(std::vector<src_span> *spans = nullptr)
+    // A list of values, `held` registers before them (a call's function).
+    std::vector<expr *> exprlist(std::vector<src_span> *spans = nullptr, size_t held = 0)
     {
         std::vector<expr *> v;
         do {
@@ -483,6 +540,7 @@ class parser
             if (spans)
                 spans->push_back({b, last_end()});
         } while (accept(","));
+        registers(held + v.size());
         return v;
     }
     expr *expression() { return subexpr(0); }
@@ -618,7 +676,6 @@ class parser
     }
     expr *suffixed()
     {
-        level l(*this);
         const src_pos b = cur().begin;
         expr *e = primary();
         for (;;) {
@@ -639,13 +696,13 @@ class parser
                 expr *c = new_expr(ek::method, b);
                 c->a = e;
                 c->str = &a_.strings.emplace_back(n);
-                c->args = call_args();
+                c->args = call_args(2);
                 c->at = new_site(b, last_end());
                 e = c;
             } else if (is("(") || cur().kind == tk::string || cur().kind == tk::lbrace) {
                 expr *c = new_expr(ek::call, b);
                 c->a = e;
-                c->args = call_args();
+                c->args = call_args(1);
                 c->at = new_site(b, last_end());
                 e = c;
             } else {
@@ -661,7 +718,7 @@ class parser
         const_cast<site *>(e->at)->key = {key_begin, last_end()};
         return e;
     }
-    std::vector<expr *> call_args()
+    std::vector<expr *> call_args(size_t held)
     {
         if (cur().kind == tk::string)
             return {simple()};
@@ -670,13 +727,12 @@ class parser
         expect("(");
         std::vector<expr *> args;
         if (!is(")"))
-            args = exprlist();
+            args = exprlist(nullptr, held);
         expect(")");
         return args;
     }
     expr *constructor()
     {
-        level l(*this);
         const src_pos b = cur().begin;
         take(); // '{'
         ctor *c = &a_.ctors.emplace_back();

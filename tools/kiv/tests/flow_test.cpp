@@ -4,16 +4,19 @@
 // written through the copies that brought it to its table.
 #include <gtest/gtest.h>
 
-#include <lua.hpp>
-
 #include <filesystem>
-#include <set>
+#include <functional>
+#if __has_include(<malloc.h>)
+#include <malloc.h>
+#endif
+#include <sstream>
 #include <string>
 #include <vector>
 
 #include "kiv_test.h"
 #include "model/flow.h"
 #include "model/source.h"
+#include "flow_compare.h"
 
 using kivtool::flow_step;
 using kivtool::flow_value;
@@ -57,87 +60,56 @@ const char *const SAME_VALUES[] = {
     "local t = nil a = t.x",
     "a = (function() return 1, 2 end)() b = {(function() return 1, 2 end)()}",
     "a = 3 % math.huge",
+    // Elements by position are stored after the keyed fields around them,
+    // 50 at a time: before the field after the 50th, and at the end.
+    "t = {'b', [1] = 'a'} u = {[2] = 'x', 'p', 'q'} v = {1, 2, [1.0] = 'x'}",
+    "w = {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0,"
+    " 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0,"
+    " [1] = 'x', [51] = 'y', 51, [52] = 'z', [2] = 'w'}",
+    // A float loop adds its step to its start less the step.
+    "t = {} for i = 0.1, 1, 0.7 do t[#t + 1] = i end",
+    // An integer loop under a NaN limit runs when it goes down; past the
+    // largest integer it wraps and goes on.
+    "n = 0 for i = 1, 0/0, -1 do n = i break end for i = 1, 0/0 do n = -1 end",
+    "t = {} for i = 9223372036854775806, 9223372036854775807 do t[#t + 1] = i if #t == 3 then "
+    "break end end",
+    // Numerals, escapes and long strings as the interpreter reads them.
+    "a = 0x.1 b = 0x1p-2 c = 1e-310 d = .5 e = 5. f = 3e0 g = 0xA.8p0 h = 0x7fffffffffffffff + 1 "
+    "i = 9223372036854775808 j = 0xfffffffffffffffffff",
+    "a = '\\z   x\\x41\\065\\u{48}\\u{10FFFF}\\0z' b = #a c = [==[\n]] ]=] x]==] d = "
+    "[[\r\na\r\nb]]",
+    "a = '0x1p4' + 0 b = '-0x10' + 0 c = ' 1e1 ' * 1 d = '1e-310' + 0 e = '.5' + 0 f = '5.' + 0 "
+    "g = '3' | 0 h = '3.0' | 0 i = '1e500' + 0",
+    "a = 1e15 .. '' b = 2^63 .. '' c = 1/0 .. '' d = -1/0 .. '' e = 123456789012.5 .. '' "
+    "f = 1e14 .. '' g = -0.0 // 1 h = 1 % -0.0",
+    "a = 9223372036854775807 < 9223372036854775808.0 b = 9007199254740993 == 9007199254740992.0 "
+    "c = 9007199254740993 < 9007199254740992.0 d = 'a\\0b' < 'a\\0c' e = 'a' < 'a\\0'",
+    // Each pass of a loop has locals of its own.
+    "local fs = {} local i = 1 while i <= 3 do local j = i fs[i] = function() return j end "
+    "i = i + 1 end a = fs[1]() b = fs[3]()",
+    "local fs = {} local i = 0 repeat i = i + 1 local j = i * 2 fs[i] = function() return j end "
+    "until j >= 6 a = fs[1]() b = fs[3]()",
+    "local t = {} local i = 1 i, t[i] = i + 1, 20 u = t j, j = 1, 2 k = j",
+    // A float remainder takes the divisor's sign.
+    "a = -33.5 % -2 b = -5 % (1/0) c = 5 % -(1/0) d = 5.5 % -2 e = -0.0 % 1 f = 0.0 % -1 "
+    "g = 1 % -0.0 h = -7.25 % 2 i = 7.25 % -2",
+    // A local as a target's table or key is read when the value is stored,
+    // unless a later target is that local.
+    "local a = 1 local function f() a = 2 return 'v' end local t = {} t[a] = f() r = t",
+    "local b = 1 local function g() b = 2 return 'v' end local u = {} u[b], b = g(), 7 r = u",
+    "local T, T2 = {}, {} local function h() T = T2 return 'w' end T.x = h() r, s = T, T2",
+    // `break` outside a loop is an error of the text, inside a function too.
+    "a = 1 if a then break end",
+    "while true do local function f() break end end",
+    "for i = 1, 2 do a = i if i == 1 then break end end repeat b = 1 break until false",
 };
 
-// Compares the value on top of the interpreter's stack with the evaluator's.
-void same(lua_State *L, const value_flow &f, const flow_value &v, const std::string &path,
-          std::set<const void *> &seen)
-{
-    switch (lua_type(L, -1)) {
-    case LUA_TNIL:
-        EXPECT_EQ(v.type, flow_value::nil) << path;
-        return;
-    case LUA_TBOOLEAN:
-        ASSERT_EQ(v.type, flow_value::boolean) << path;
-        EXPECT_EQ(v.b, lua_toboolean(L, -1) != 0) << path;
-        return;
-    case LUA_TNUMBER:
-        if (lua_isinteger(L, -1)) {
-            ASSERT_EQ(v.type, flow_value::integer) << path;
-            EXPECT_EQ(v.i, lua_tointeger(L, -1)) << path;
-        } else {
-            ASSERT_EQ(v.type, flow_value::number) << path;
-            const double d = lua_tonumber(L, -1);
-            if (d == d)
-                EXPECT_EQ(v.d, d) << path;
-            else
-                EXPECT_NE(v.d, v.d) << path;
-        }
-        return;
-    case LUA_TSTRING: {
-        ASSERT_EQ(v.type, flow_value::string) << path;
-        size_t n;
-        const char *s = lua_tolstring(L, -1, &n);
-        EXPECT_EQ(v.s, std::string_view(s, n)) << path;
-        return;
-    }
-    case LUA_TFUNCTION:
-        EXPECT_EQ(v.type, flow_value::function) << path;
-        return;
-    case LUA_TTABLE:
-        break;
-    default:
-        ADD_FAILURE() << path << ": a type no script makes";
-        return;
-    }
-    ASSERT_EQ(v.type, flow_value::table) << path;
-    if (!seen.insert(lua_topointer(L, -1)).second)
-        return;
-    size_t entries = 0;
-    lua_pushnil(L);
-    while (lua_next(L, -2)) {
-        ++entries;
-        if (lua_type(L, -2) == LUA_TSTRING) {
-            const std::string k = lua_tostring(L, -2);
-            same(L, f, f.field(v.t, k), path + "." + k, seen);
-        } else if (lua_isinteger(L, -2)) {
-            const lua_Integer k = lua_tointeger(L, -2);
-            same(L, f, f.element(v.t, k), path + "[" + std::to_string(k) + "]", seen);
-        }
-        lua_pop(L, 1);
-    }
-    (void)entries;
-}
-
-// Runs a script in the interpreter (no library, as the loader runs it) and
-// in the evaluator, and compares their globals.
+// Runs a script in the interpreter and in the evaluator and compares their
+// globals (flow_compare.h).
 void compare(const std::string &name, const std::string &text)
 {
     SCOPED_TRACE(name);
-    lua_State *L = luaL_newstate();
-    const bool ran = luaL_loadbuffer(L, text.data(), text.size(), name.c_str()) == LUA_OK &&
-                     lua_pcall(L, 0, 0, 0) == LUA_OK;
-    const value_flow f(text, kivtool::scan_source(text));
-    if (!ran) {
-        EXPECT_NE(f.stopped(), "") << "the interpreter stopped: " << lua_tostring(L, -1);
-        lua_close(L);
-        return;
-    }
-    EXPECT_EQ(f.stopped(), "");
-    lua_pushglobaltable(L);
-    std::set<const void *> seen;
-    same(L, f, f.globals(), "_G", seen);
-    lua_close(L);
+    EXPECT_EQ(kivtest::flow_differs(text, {}), "");
 }
 
 TEST(Flow, ComputesWhatTheInterpreterComputes)
@@ -154,6 +126,84 @@ TEST(Flow, RunsEveryExampleAsTheInterpreterDoes)
         for (const auto &e : fs::directory_iterator(root / dir))
             if (e.path().extension() == ".lua")
                 compare(e.path().filename().string(), kivtest::read_file(e.path().string()));
+}
+
+// The scripts of a golden case file (tests/cases/NAME.lua), as its runner
+// makes them: the prelude before the first "--- TITLE | OPTIONS" line, its
+// "-- include: NAME" lines replaced by tests/cases/include/NAME.lua, and
+// each script's "-- edit: OLD => NEW" lines applied to the prelude in front
+// of it.
+struct golden_script {
+    std::string title, text;
+};
+
+// An edit's text: "\n" and "\t" stand for a line break and a tab.
+std::string unescaped(std::string t)
+{
+    for (const auto &[from, to] : {std::pair<std::string, std::string>{"\\n", "\n"}, {"\\t", "\t"}})
+        for (size_t at = 0; (at = t.find(from, at)) != std::string::npos; at += to.size())
+            t.replace(at, from.size(), to);
+    return t;
+}
+
+std::vector<golden_script> golden_scripts(const std::filesystem::path &file)
+{
+    const std::filesystem::path include = file.parent_path() / "include";
+    std::vector<golden_script> out;
+    std::string prelude;
+    std::istringstream in(kivtest::read_file(file.string()));
+    for (std::string line; std::getline(in, line);) {
+        if (line.starts_with("--- ")) {
+            out.push_back({line, ""});
+            continue;
+        }
+        const std::string text =
+            line.starts_with("-- include: ")
+                ? kivtest::read_file((include / (line.substr(12) + ".lua")).string())
+                : line + "\n";
+        (out.empty() ? prelude : out.back().text) += text;
+    }
+    for (golden_script &g : out) {
+        std::string p = prelude;
+        std::istringstream body(g.text);
+        for (std::string line; std::getline(body, line);) {
+            const size_t arrow = line.find(" => ");
+            if (!line.starts_with("-- edit: ") || arrow == std::string::npos)
+                continue;
+            const std::string from = unescaped(line.substr(9, arrow - 9));
+            if (const size_t at = p.find(from); at != std::string::npos)
+                p.replace(at, from.size(), unescaped(line.substr(arrow + 4)));
+        }
+        g.text = p + g.text;
+    }
+    return out;
+}
+
+// Every script of the golden cases.  Those that set the library's bounds
+// (instructions=, time=, mem=) are made to run past any bound: the evaluator
+// only has to return on them.
+TEST(Flow, RunsEveryGoldenScriptAsTheInterpreterDoes)
+{
+    namespace fs = std::filesystem;
+    size_t scripts = 0;
+    for (const auto &e : fs::directory_iterator(fs::path(KIV_SOURCE_DIR) / "tests" / "cases")) {
+        if (e.path().extension() != ".lua")
+            continue;
+        for (const golden_script &g : golden_scripts(e.path())) {
+            const std::string name = e.path().filename().string() + ": " + g.title;
+            const size_t bar = g.title.find(" | ");
+            const std::string options = bar == std::string::npos ? "" : g.title.substr(bar);
+            ++scripts;
+            if (options.find(" instructions=") != std::string::npos ||
+                options.find(" time=") != std::string::npos ||
+                options.find(" mem=") != std::string::npos) {
+                const value_flow f(g.text, kivtool::scan_source(g.text)); // returns
+                continue;
+            }
+            compare(name, g.text);
+        }
+    }
+    EXPECT_GT(scripts, 400u);
 }
 
 std::string at(const kivtool::src_span &s)
@@ -254,15 +304,186 @@ TEST(Flow, NamesTheLoopWhoseFirstPassIndexedNil)
     EXPECT_EQ(at(f.failed()->loop_start), "3:9");
 }
 
+// Memory in use by the process's allocator, where it tells.
+size_t heap_in_use()
+{
+#if defined(__GLIBC__)
+    return mallinfo2().uordblks;
+#else
+    return 0;
+#endif
+}
+
+std::string repeated(std::string_view s, size_t n)
+{
+    std::string out;
+    for (size_t i = 0; i < n; ++i)
+        out += s;
+    return out;
+}
+
+// Nesting up to where the interpreter refuses it ("too many C levels"), and
+// one level past it.
+TEST(Flow, RefusesNestingWhereTheInterpreterDoes)
+{
+    const struct {
+        const char *before, *open, *middle, *close;
+    } rows[] = {
+        {"a = ", "(", "1", ")"},
+        {"", "do ", "a = 1 ", "end "},
+        {"a = ", "{", "", "}"},
+        {"a = ", "- ", "1", ""},
+        {"a = 'x'", " .. 'x'", "", ""},
+        {"local function f(x) return x end a = ", "f(", "1", ")"},
+        {"a = ", "function() return ", "1", " end"},
+        {"a = 2", " ^ 2", "", ""},
+        {"", "if true then ", "a = 1 ", "end "},
+    };
+    for (const auto &r : rows)
+        for (size_t n = 95; n < 205; ++n)
+            if (n < 100 || n > 190) {
+                const std::string s =
+                    r.before + repeated(r.open, n) + r.middle + repeated(r.close, n);
+                compare(std::to_string(n) + " of " + r.open, s);
+            }
+}
+
+// The interpreter's limits of a function, up to them and one past: its
+// local variables (a loop has three of its own), its upvalues (the globals'
+// table one of them), the registers of a list of values.
+TEST(Flow, RefusesWhatPassesTheLimitsOfAFunction)
+{
+    const auto names = [](const char *prefix, size_t n, const char *sep) {
+        std::string out;
+        for (size_t i = 0; i < n; ++i)
+            out += (i ? sep : "") + std::string(prefix) + std::to_string(i);
+        return out;
+    };
+    const auto ones = [](size_t n) { return "1" + repeated(", 1", n - 1); };
+    const std::function<std::string(size_t)> rows[] = {
+        [&](size_t n) { return "local " + names("a", n, ", ") + " = 1"; },
+        [&](size_t n) { return "for i = 1, 2 do local " + names("a", n, ", ") + " end"; },
+        [&](size_t n) { return "for k, v in next, {} do local " + names("a", n, ", ") + " end"; },
+        [&](size_t n) { return "local function f(...) end f(" + ones(n) + ")"; },
+        [&](size_t n) { return "local o = {f = function() end} o:f(" + ones(n) + ")"; },
+        [&](size_t n) { return "local a, b = 1 a = {(function() return " + ones(n) + " end)()}"; },
+        [&](size_t n) { return "a = " + ones(n); },
+        [&](size_t n) {
+            return "local " + names("u", 150, ", ") + " local function f() local " +
+                   names("v", n - 150, ", ") + " return function() return " +
+                   names("u", 150, " + ") + " + " + names("v", n - 150, " + ") +
+                   " end end a = f()()";
+        },
+        [&](size_t n) {
+            return "local " + names("u", 150, ", ") + " = 1 x = 1 local function f() local " +
+                   names("v", n - 150, ", ") + " = 1 return function() return x + " +
+                   names("u", 150, " + ") + " + " + names("v", n - 150, " + ") +
+                   " end end a = f()()";
+        },
+    };
+    for (size_t row = 0; row < std::size(rows); ++row)
+        for (size_t n = 190; n < 260; ++n) {
+            const std::string s = rows[row](n);
+            compare("row " + std::to_string(row) + ", " + std::to_string(n), s);
+        }
+}
+
+// Scripts made to run the evaluator past its bounds: each stops at one,
+// and what it made stays within a bound of memory.  The bound is of what
+// the run keeps (all it made, as nothing is freed before the end).
 TEST(Flow, StopsWithinItsBounds)
 {
-    for (const char *s : {"while true do end", "local function f() return f() + 1 end f()",
-                          "t = {} for i = 1, 1e9 do t[i] = i end",
-                          "s = 'x' while true do s = s .. s end", "goto x ::x::"}) {
-        SCOPED_TRACE(s);
+    constexpr size_t MEMORY = 256u << 20;
+    const std::string big_args = repeated("1, ", 100000) + "1";
+    const std::string scripts[] = {
+        "while true do end",
+        "local function f() return f() + 1 end f()",
+        "local function f(n) return f(n + 1) end f(1)",
+        "t = {} for i = 1, 1e9 do t[i] = i end",
+        "for i = 1, 1e18 do for j = 1, 1e18 do end end",
+        "s = 'x' while true do s = s .. s end",
+        "goto x ::x::",
+        "local t = {} local i = 1 while true do t[i] = {i} i = i + 1 end",
+        "while true do local t = {1, 2, 3} end",
+        "local fs = {} for i = 1, 1e9 do fs[i] = function() return i end end",
+        // Work that grows with a string's length, in one step each.
+        "local s = ' ' for i = 1, 15 do s = s .. s end s = s .. '1' while true do local x = s + 0 "
+        "end",
+        "local s = 'x' for i = 1, 20 do s = s .. s end local t = {} while true do t[s] = s == s "
+        "end",
+        // ... or with the number of values passed on.
+        "local function g() end local function f(...) while true do g(...) end end f(" + big_args +
+            ")",
+        // Nesting past what the parser or the evaluator follows.
+        "a = " + repeated("(", 100000) + "1" + repeated(")", 100000),
+        "a = " + repeated("{", 100000) + repeated("}", 100000),
+        "a = " + repeated("f(", 100000) + repeated(")", 100000),
+        "a = " + repeated("- ", 100000) + "1",
+        "a = 'x'" + repeated(" .. 'x'", 100000),
+        "a = 1" + repeated(" + 1", 100000),
+        "a = {} a.b = a x = a" + repeated(".b", 100000),
+        "a = {} a.b = a a" + repeated(".b", 100000) + " = 1",
+        repeated("do ", 100000) + repeated("end ", 100000),
+        "local function f() " + repeated("if true then ", 150) + "f()" + repeated(" end", 150) +
+            " end f()",
+        // Calls nested in deep expressions: the stack they take is bounded
+        // whatever the size of each frame.
+        "local function f(n) if n > 0 then return " + repeated("(", 150) + "f(n - 1)" +
+            repeated(")", 150) + " end return 0 end a = f(1000)",
+        // Long lists of arguments passed on and on.
+        "local function f(...) return f(...) end f(" + big_args + ")",
+    };
+    for (const std::string &s : scripts) {
+        SCOPED_TRACE(s.substr(0, 120));
+        const size_t before = heap_in_use();
         const value_flow f(s, kivtool::scan_source(s));
         EXPECT_NE(f.stopped(), "");
+        const size_t used = heap_in_use() - std::min(before, heap_in_use());
+        EXPECT_LT(used, MEMORY);
     }
+}
+
+// Where the run took the length of a table with holes, it says so: the
+// interpreter may find another border.
+TEST(Flow, TellsWhenItTookTheLengthOfATableWithHoles)
+{
+    const struct {
+        const char *script;
+        bool open;
+    } rows[] = {
+        {"t = {1, 2, 3} n = #t", false},
+        {"t = {1, nil, 3} n = #t", true},
+        {"t = {nil, nil, 3} n = #t", true},
+        {"t = {} t[2] = 1 n = #t", true},
+        {"t = {1, 2} t.x = 1 t[0] = 1 t[-1] = 1 t[1.5] = 1 n = #t", false},
+        {"t = {1, 2, 3} t[2] = nil t[3] = nil n = #t", false},
+        {"t = {1, 2, 3} t[3] = nil t[5] = 5 t[5] = nil n = #t", false},
+        {"t = {1, 2, 3} t[1] = nil n = #t", true},
+        {"t = {} for i = 1, 10 do t[#t + 1] = i end while #t > 0 do t[#t] = nil end", false},
+        {"t = {1, 2, 3} t[5] = 5", false},
+    };
+    for (const auto &r : rows) {
+        SCOPED_TRACE(r.script);
+        const std::string s = r.script;
+        const value_flow f(s, kivtool::scan_source(s));
+        EXPECT_EQ(f.stopped(), "");
+        EXPECT_EQ(f.open_length(), r.open);
+    }
+}
+
+// A value computed again and again (a counter of a long loop) has a way as
+// long as the loop: the way asked for is cut, and following it stays
+// within the stack.
+TEST(Flow, CutsTheWayOfAValueComputedAgainAndAgain)
+{
+    const std::string s = "local x = 0 while x < 200000 do x = x + 1 end t = {x = x}";
+    const value_flow f(s, kivtool::scan_source(s));
+    ASSERT_EQ(f.stopped(), "");
+    const flow_value x = follow(f, "t.x");
+    ASSERT_EQ(x.type, flow_value::integer);
+    EXPECT_EQ(x.i, 200000);
+    EXPECT_EQ(f.way(x.origin).size(), 64u);
+    EXPECT_EQ(at(f.written_at(x.origin).where), "1:37");
 }
 
 } // namespace

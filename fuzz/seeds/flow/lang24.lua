@@ -1,0 +1,1 @@
+local a <const> = 1

@@ -1,0 +1,1 @@
+local function f() return end a, b = f(), 1 c = {f(), f()} d = {f(), nil}

@@ -1,0 +1,1 @@
+a = 1 local a = a + 1 b = a

@@ -1,0 +1,1 @@
+function f(a, b, ...) return select end g = f
