@@ -711,24 +711,26 @@ class runner
         std::vector<value> vs;
         eval_list(s->rhs, fr, vs);
         vs.resize(s->lhs.size());
-        // A target's table or key that is a local of this function is the
-        // local itself to the interpreter, read when the value is stored
-        // (after a call among the values changed it, if one did), unless a
-        // later target of the statement is that local: then it was copied
-        // before the values.
-        const auto late = [&](size_t i, const expr *x) {
-            if (x->k != ek::local)
+        // A target's table that is a local or an upvalue, or its key that is
+        // a local, is the variable itself to the interpreter, read when the
+        // value is stored (after a call among the values changed it, if one
+        // did), unless a later target of the statement is that variable:
+        // then it was copied before the values.
+        const auto late = [&](size_t i, const expr *x, bool upvalue) {
+            if (x->k != ek::local && !(upvalue && x->k == ek::upval))
                 return false;
             for (size_t j = i + 1; j < s->lhs.size(); ++j)
-                if (s->lhs[j]->k == ek::local && s->lhs[j]->slot == x->slot)
+                if (s->lhs[j]->k == x->k && s->lhs[j]->slot == x->slot)
                     return false;
             return true;
         };
         for (size_t i = 0; i < s->lhs.size(); ++i)
             if (const expr *t = s->lhs[i]; t->k == ek::index) {
-                if (late(i, t->a))
-                    ts[i].obj = fr.vars[static_cast<size_t>(t->a->slot)]->v;
-                if (late(i, t->b))
+                if (late(i, t->a, true))
+                    ts[i].obj = t->a->k == ek::local
+                                    ? fr.vars[static_cast<size_t>(t->a->slot)]->v
+                                    : fr.cl->up[static_cast<size_t>(t->a->slot)]->v;
+                if (late(i, t->b, false))
                     ts[i].k = fr.vars[static_cast<size_t>(t->b->slot)]->v;
             }
         for (size_t j = s->lhs.size(); j-- > 0;) {

@@ -93,11 +93,15 @@ const char *const SAME_VALUES[] = {
     // A float remainder takes the divisor's sign.
     "a = -33.5 % -2 b = -5 % (1/0) c = 5 % -(1/0) d = 5.5 % -2 e = -0.0 % 1 f = 0.0 % -1 "
     "g = 1 % -0.0 h = -7.25 % 2 i = 7.25 % -2",
-    // A local as a target's table or key is read when the value is stored,
-    // unless a later target is that local.
+    // A local (or, as a table, an upvalue) as a target's table or key is
+    // read when the value is stored, unless a later target is that variable.
     "local a = 1 local function f() a = 2 return 'v' end local t = {} t[a] = f() r = t",
     "local b = 1 local function g() b = 2 return 'v' end local u = {} u[b], b = g(), 7 r = u",
     "local T, T2 = {}, {} local function h() T = T2 return 'w' end T.x = h() r, s = T, T2",
+    "local T, T2 = {}, {} local function g() local function h() T = T2 return 'w' end T.x = h() "
+    "end g() r = T2.x local A, A2 = {}, {} local function g2() local function h() A = A2 "
+    "return 'w' end A.x, A = h(), A end g2() s = A2.x local K = 1 local function g3() "
+    "local function h() K = 2 return 'w' end local t = {} t[K] = h() return t end u = g3()",
     // `break` outside a loop is an error of the text, inside a function too.
     "a = 1 if a then break end",
     "while true do local function f() break end end",
