@@ -896,8 +896,9 @@ class runner
         case ek::global:
             return get(p_.env, string_value(e->str, nullptr), e->at);
         case ek::index: {
-            const value obj = eval(e->a, fr);
+            value obj = eval(e->a, fr);
             const value k = eval(e->b, fr);
+            obj = reread(e->a, fr, obj);
             if (obj.t != flow_value::table)
                 index_failed(obj, e);
             return get(obj.tab, k, e->at);
@@ -920,10 +921,28 @@ class runner
         }
         case ek::unop:
             return unary(e, eval(e->a, fr));
-        case ek::binop:
-            return binary(e, eval(e->a, fr), eval(e->b, fr));
+        case ek::binop: {
+            // The operands in order (as arguments, they could be computed
+            // in either).
+            value a = eval(e->a, fr);
+            const value b = eval(e->b, fr);
+            if (e->o != op::concat)
+                a = reread(e->a, fr, a);
+            return binary(e, a, b);
+        }
         }
         return v;
+    }
+    // A local of the function (in parentheses or not) as the left operand
+    // of an operation or the table indexed is the variable itself to the
+    // interpreter, read by the operation, after the right operand or the
+    // key: a + f() adds what f left in a.  (A concatenation copies its
+    // operands first.)  Other values were computed before.
+    static value reread(const expr *x, frame &fr, const value &v)
+    {
+        while (x->k == ek::paren)
+            x = x->a;
+        return x->k == ek::local ? fr.vars[static_cast<size_t>(x->slot)]->v : v;
     }
     value construct(const expr *e, frame &fr)
     {
