@@ -898,7 +898,7 @@ class runner
         case ek::index: {
             value obj = eval(e->a, fr);
             const value k = eval(e->b, fr);
-            obj = reread(e->a, fr, obj);
+            obj = reread(e->a, fr, obj, true);
             if (obj.t != flow_value::table)
                 index_failed(obj, e);
             return get(obj.tab, k, e->at);
@@ -934,12 +934,15 @@ class runner
         return v;
     }
     // A local of the function (in parentheses or not) as the left operand
-    // of an operation or the table indexed is the variable itself to the
-    // interpreter, read by the operation, after the right operand or the
-    // key: a + f() adds what f left in a.  (A concatenation copies its
-    // operands first.)  Other values were computed before.
-    static value reread(const expr *x, frame &fr, const value &v)
+    // of an operation, the table indexed (an upvalue too) or a key of a
+    // constructor is the variable itself to the interpreter, read by the
+    // operation, after the right operand, the key or the value: a + f()
+    // adds what f left in a.  (A concatenation copies its operands first.)
+    // Other values were computed before.
+    static value reread(const expr *x, frame &fr, const value &v, bool upvalue = false)
     {
+        if (upvalue && x->k == ek::upval)
+            return fr.cl->up[static_cast<size_t>(x->slot)]->v;
         while (x->k == ek::paren)
             x = x->a;
         return x->k == ek::local ? fr.vars[static_cast<size_t>(x->slot)]->v : v;
@@ -976,8 +979,10 @@ class runner
                 for (const value &v : vs)
                     pending.emplace_back(v, f.at);
             } else {
-                const value k = eval(f.key, fr);
-                set(t, k, eval(f.value, fr), f.at, key_origin(f.key, k));
+                value k = eval(f.key, fr);
+                const value v = eval(f.value, fr);
+                k = reread(f.key, fr, k);
+                set(t, k, v, f.at, key_origin(f.key, k));
             }
         }
         flush();

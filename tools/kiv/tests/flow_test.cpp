@@ -98,6 +98,8 @@ const char *const SAME_VALUES[] = {
     "z = (a) + f() a = 1 w = a + 0 + f() a = 1 v = a == (f() + 10) a = 1 u = -a + f()",
     "local t = {1} local function g() t = {2} return 1 end x = t[g()] local k = 1 "
     "local function h() k = 2 return {10, 20} end y = h()[k]",
+    "local a = 1 local function f() a = 2 return 'v' end t = {[a] = f()} local u = {1} "
+    "local function g() local function h() u = {2} return 1 end return u[h()] end x = g()",
     // A float remainder takes the divisor's sign.
     "a = -33.5 % -2 b = -5 % (1/0) c = 5 % -(1/0) d = 5.5 % -2 e = -0.0 % 1 f = 0.0 % -1 "
     "g = 1 % -0.0 h = -7.25 % 2 i = 7.25 % -2",
