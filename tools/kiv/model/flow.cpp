@@ -713,24 +713,26 @@ class runner
         std::vector<value> vs;
         eval_list(s->rhs, fr, vs);
         vs.resize(s->lhs.size());
-        // A target's table or key that is a local of this function is the
-        // local itself to the interpreter, read when the value is stored
-        // (after a call among the values changed it, if one did), unless a
-        // later target of the statement is that local: then it was copied
-        // before the values.
-        const auto late = [&](size_t i, const expr *x) {
-            if (x->k != ek::local)
+        // A target's table that is a local or an upvalue, or its key that is
+        // a local, is the variable itself to the interpreter, read when the
+        // value is stored (after a call among the values changed it, if one
+        // did), unless a later target of the statement is that variable:
+        // then it was copied before the values.
+        const auto late = [&](size_t i, const expr *x, bool upvalue) {
+            if (x->k != ek::local && !(upvalue && x->k == ek::upval))
                 return false;
             for (size_t j = i + 1; j < s->lhs.size(); ++j)
-                if (s->lhs[j]->k == ek::local && s->lhs[j]->slot == x->slot)
+                if (s->lhs[j]->k == x->k && s->lhs[j]->slot == x->slot)
                     return false;
             return true;
         };
         for (size_t i = 0; i < s->lhs.size(); ++i)
             if (const expr *t = s->lhs[i]; t->k == ek::index) {
-                if (late(i, t->a))
-                    ts[i].obj = fr.vars[static_cast<size_t>(t->a->slot)]->v;
-                if (late(i, t->b))
+                if (late(i, t->a, true))
+                    ts[i].obj = t->a->k == ek::local
+                                    ? fr.vars[static_cast<size_t>(t->a->slot)]->v
+                                    : fr.cl->up[static_cast<size_t>(t->a->slot)]->v;
+                if (late(i, t->b, false))
                     ts[i].k = fr.vars[static_cast<size_t>(t->b->slot)]->v;
             }
         for (size_t j = s->lhs.size(); j-- > 0;) {
@@ -896,8 +898,9 @@ class runner
         case ek::global:
             return get(p_.env, string_value(e->str, nullptr), e->at);
         case ek::index: {
-            const value obj = eval(e->a, fr);
+            value obj = eval(e->a, fr);
             const value k = eval(e->b, fr);
+            obj = reread(e->a, fr, obj, true);
             if (obj.t != flow_value::table)
                 index_failed(obj, e);
             return get(obj.tab, k, e->at);
@@ -920,10 +923,31 @@ class runner
         }
         case ek::unop:
             return unary(e, eval(e->a, fr));
-        case ek::binop:
-            return binary(e, eval(e->a, fr), eval(e->b, fr));
+        case ek::binop: {
+            // The operands in order (as arguments, they could be computed
+            // in either).
+            value a = eval(e->a, fr);
+            const value b = eval(e->b, fr);
+            if (e->o != op::concat)
+                a = reread(e->a, fr, a);
+            return binary(e, a, b);
+        }
         }
         return v;
+    }
+    // A local of the function (in parentheses or not) as the left operand
+    // of an operation, the table indexed (an upvalue too) or a key of a
+    // constructor is the variable itself to the interpreter, read by the
+    // operation, after the right operand, the key or the value: a + f()
+    // adds what f left in a.  (A concatenation copies its operands first.)
+    // Other values were computed before.
+    static value reread(const expr *x, frame &fr, const value &v, bool upvalue = false)
+    {
+        if (upvalue && x->k == ek::upval)
+            return fr.cl->up[static_cast<size_t>(x->slot)]->v;
+        while (x->k == ek::paren)
+            x = x->a;
+        return x->k == ek::local ? fr.vars[static_cast<size_t>(x->slot)]->v : v;
     }
     value construct(const expr *e, frame &fr)
     {
@@ -957,8 +981,10 @@ class runner
                 for (const value &v : vs)
                     pending.emplace_back(v, f.at);
             } else {
-                const value k = eval(f.key, fr);
-                set(t, k, eval(f.value, fr), f.at, key_origin(f.key, k));
+                value k = eval(f.key, fr);
+                const value v = eval(f.value, fr);
+                k = reread(f.key, fr, k);
+                set(t, k, v, f.at, key_origin(f.key, k));
             }
         }
         flush();

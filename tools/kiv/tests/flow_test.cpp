@@ -90,14 +90,28 @@ const char *const SAME_VALUES[] = {
     "local fs = {} local i = 0 repeat i = i + 1 local j = i * 2 fs[i] = function() return j end "
     "until j >= 6 a = fs[1]() b = fs[3]()",
     "local t = {} local i = 1 i, t[i] = i + 1, 20 u = t j, j = 1, 2 k = j",
+    // Operands are computed left to right; a local as the left operand or
+    // the table indexed is read by the operation, after the right operand.
+    "local n = 0 local function f() n = n + 1 return n end a = f() - f() b = f() .. f() "
+    "c = {f(), f()} d = f() < f()",
+    "local a = 1 local function f() a = 10 return 0 end x = a + f() a = 1 y = a .. f() a = 1 "
+    "z = (a) + f() a = 1 w = a + 0 + f() a = 1 v = a == (f() + 10) a = 1 u = -a + f()",
+    "local t = {1} local function g() t = {2} return 1 end x = t[g()] local k = 1 "
+    "local function h() k = 2 return {10, 20} end y = h()[k]",
+    "local a = 1 local function f() a = 2 return 'v' end t = {[a] = f()} local u = {1} "
+    "local function g() local function h() u = {2} return 1 end return u[h()] end x = g()",
     // A float remainder takes the divisor's sign.
     "a = -33.5 % -2 b = -5 % (1/0) c = 5 % -(1/0) d = 5.5 % -2 e = -0.0 % 1 f = 0.0 % -1 "
     "g = 1 % -0.0 h = -7.25 % 2 i = 7.25 % -2",
-    // A local as a target's table or key is read when the value is stored,
-    // unless a later target is that local.
+    // A local (or, as a table, an upvalue) as a target's table or key is
+    // read when the value is stored, unless a later target is that variable.
     "local a = 1 local function f() a = 2 return 'v' end local t = {} t[a] = f() r = t",
     "local b = 1 local function g() b = 2 return 'v' end local u = {} u[b], b = g(), 7 r = u",
     "local T, T2 = {}, {} local function h() T = T2 return 'w' end T.x = h() r, s = T, T2",
+    "local T, T2 = {}, {} local function g() local function h() T = T2 return 'w' end T.x = h() "
+    "end g() r = T2.x local A, A2 = {}, {} local function g2() local function h() A = A2 "
+    "return 'w' end A.x, A = h(), A end g2() s = A2.x local K = 1 local function g3() "
+    "local function h() K = 2 return 'w' end local t = {} t[K] = h() return t end u = g3()",
     // `break` outside a loop is an error of the text, inside a function too.
     "a = 1 if a then break end",
     "while true do local function f() break end end",
