@@ -21,8 +21,8 @@ namespace kivtool::flow
 
 // The evaluator's bounds.  A configuration runs a few thousand steps and
 // makes a few thousand values; the bounds are hundreds of times that, and
-// keep any script's run within a few tenths of a second and a few tens of
-// MB.  Past one, the run stops and the reading places what it went past as
+// keep any script's run within a few tenths of a second and about a
+// hundred MB (the most a hostile text was seen to take).  Past one, the run stops and the reading places what it went past as
 // it would without the evaluator.
 constexpr int64_t MAX_STEPS = 4000000;
 constexpr size_t MAX_OBJECTS = 1000000; // origins, cells, tables, closures, entries

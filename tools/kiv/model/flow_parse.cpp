@@ -266,7 +266,7 @@ class parser
         --fs_->loops;
         return b;
     }
-    // A block whose scope goes on past it (repeat's `until` sees its locals).
+    // `return` and its values, which end their block.
     stat *return_stat()
     {
         level l(*this); // a statement of its own to the interpreter
