@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <cstring>
+#include <map>
 #include <regex>
+#include <tuple>
 
 #include "canvas/canvas.h"
 #include "lsp/keydocs.h"
@@ -877,6 +879,9 @@ json code_actions(const document &d, const json &params)
     if (v.a) {
         const line_index old_lines(v.old);
         const size_t from = v.lines.offset(asked.start), to = v.lines.offset(asked.end);
+        // One action per edit: two findings with one fix (the load's and
+        // the unknown key's) share it, each named among its diagnostics.
+        std::map<std::tuple<size_t, size_t, std::string>, size_t> made;
         for (const finding &f : v.a->findings) {
             const auto fix = fix_of(v.a->model, f);
             if (!fix)
@@ -887,6 +892,12 @@ json code_actions(const document &d, const json &params)
                 fb == std::string_view::npos || fe == std::string_view::npos || fe < from ||
                 fb > to)
                 continue;
+            const auto key = std::make_tuple(b, e, fix->text);
+            if (auto it = made.find(key); it != made.end()) {
+                actions[it->second]["diagnostics"].push_back(diagnostic(old_lines, f));
+                continue;
+            }
+            made.emplace(key, actions.size());
             edit(fix->title, b, e, fix->text, json::array({diagnostic(old_lines, f)}));
         }
     }

@@ -7,6 +7,8 @@
 // the tables were written.
 #include <gtest/gtest.h>
 
+#include <set>
+
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
@@ -565,6 +567,9 @@ TEST_F(LspSession, QuickFixesOnHelperBuiltScriptsApplyCleanly)
          "channel { sensor_ctrl = 0,\n\t\t\tid = 0,"},
         {"examples/single_1080p.lua", "\tsensor_ctrl = 1,\n", "", "\tid = 0",
          "this channel table: sensor_ctrl", "chan_0 = { sensor_ctrl = 0,"},
+        // Two findings (the load's and the unknown key's) with one fix: one action.
+        {"examples/single_1080p.lua", "channels = {", "chanels = {", "chanels",
+         "Replace `chanels` with `channels`", "channels = {"},
     };
     for (const row &r : rows) {
         SCOPED_TRACE(r.file + ": " + r.shipped + " => " + r.planted);
@@ -591,6 +596,10 @@ TEST_F(LspSession, QuickFixesOnHelperBuiltScriptsApplyCleanly)
                 fix = &a;
         }
         ASSERT_TRUE(fix) << titles;
+        // No action twice.
+        std::set<std::string> once;
+        for (const json &a : actions)
+            EXPECT_TRUE(once.insert(a["title"].get<std::string>()).second) << titles;
         // The edits, from the last to the first.
         std::vector<std::pair<size_t, json>> edits;
         const line_index lines(text);
