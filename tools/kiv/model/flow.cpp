@@ -22,8 +22,8 @@ namespace kivtool::flow
 // The evaluator's bounds.  A configuration runs a few thousand steps and
 // makes a few thousand values; the bounds are hundreds of times that, and
 // keep any script's run within a few tenths of a second and about a
-// hundred MB (the most a hostile text was seen to take).  Past one, the run stops and the reading places what it went past as
-// it would without the evaluator.
+// hundred MB (the most a hostile text was seen to take).  Past one, the run stops and the reading
+// places what it went past as it would without the evaluator.
 constexpr int64_t MAX_STEPS = 4000000;
 constexpr size_t MAX_OBJECTS = 1000000; // origins, cells, tables, closures, entries
 constexpr size_t MAX_STRING_BYTES = 32u << 20;
@@ -1343,36 +1343,42 @@ flow_value value_flow::globals() const
     return v;
 }
 
-flow_value value_flow::field(const flow::table *t, std::string_view name) const
+namespace flow
+{
+namespace
+{
+
+// The entry of t under key k as the reading sees it: nil when t has none.
+flow_value entry_view(const table *t, const key &k)
 {
     if (!t)
         return {};
-    flow::key k;
-    k.t = flow_value::string;
-    k.s = name;
     auto it = t->entries.find(k);
     if (it == t->entries.end()) {
         flow_value nil;
         nil.type = flow_value::nil;
         return nil;
     }
-    return flow::view(it->second.v, it->second.key_origin);
+    return view(it->second.v, it->second.key_origin);
+}
+
+} // namespace
+} // namespace flow
+
+flow_value value_flow::field(const flow::table *t, std::string_view name) const
+{
+    flow::key k;
+    k.t = flow_value::string;
+    k.s = name;
+    return flow::entry_view(t, k);
 }
 
 flow_value value_flow::element(const flow::table *t, int64_t key) const
 {
-    if (!t)
-        return {};
     flow::key k;
     k.t = flow_value::integer;
     k.i = key;
-    auto it = t->entries.find(k);
-    if (it == t->entries.end()) {
-        flow_value nil;
-        nil.type = flow_value::nil;
-        return nil;
-    }
-    return flow::view(it->second.v, it->second.key_origin);
+    return flow::entry_view(t, k);
 }
 
 int32_t value_flow::constructor(const flow::table *t) const
