@@ -45,7 +45,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     d.uri = "file:///fuzz/in.lua";
     d.file = "in.lua";
     d.text.assign(reinterpret_cast<const char *>(data), size);
-    d.last = d.good = run_check({d.uri, d.file, 1, d.text});
+    d.last = d.good = d.loaded = run_check({d.uri, d.file, 1, d.text});
     ask_everything(d);
     // An edit in the middle that the check has not seen.
     d.text.erase(size / 3, size / 3);

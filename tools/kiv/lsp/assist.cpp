@@ -301,8 +301,9 @@ std::vector<std::pair<std::string, std::string>> names_for(const view &v, const 
     else if (key == "img_stats_src_chan" || key == "chan_groups")
         for (int c = 0; c < 3; ++c)
             out.emplace_back("chan_" + std::to_string(c), "channel " + std::to_string(c));
-    else if (key == "source" && v.d.good && kit::multi(v.d.good->model))
-        kit::each_buffer(*v.d.good->model.cfg, [&](int c, int p, int b, const kiv_src_buf_cfg &sb) {
+    else if (key == "source" && v.d.loaded && kit::multi(v.d.loaded->model))
+        kit::each_buffer(*v.d.loaded->model.cfg, [&](int c, int p, int b,
+                                                     const kiv_src_buf_cfg &sb) {
             if (kit::has_windows(sb))
                 out.emplace_back(kit::buffer_name(c, p, b), "source buffer " +
                                                                 std::string(kiv_src_buf_names[b]) +
@@ -852,6 +853,23 @@ std::string placeholder(const view &v, const key_doc &k)
     return "0";
 }
 
+// The findings of the last check, placed in `asked` of the text now, that
+// name a key of a table (their path goes one key below a table's).
+std::vector<const finding *> lacking_in(const view &v, const range &asked)
+{
+    std::vector<const finding *> out;
+    if (!v.a)
+        return out;
+    const size_t from = v.lines.offset(asked.start), to = v.lines.offset(asked.end);
+    for (const finding &f : v.a->findings) {
+        const size_t b = v.to_new(f.where.begin.offset), e = v.to_new(f.where.end.offset);
+        if (!f.where.none() && b != std::string_view::npos && e != std::string_view::npos &&
+            e >= from && b <= to && f.path.find('.') != std::string::npos)
+            out.push_back(&f);
+    }
+    return out;
+}
+
 } // namespace
 
 json code_actions(const document &d, const json &params)
@@ -902,20 +920,37 @@ json code_actions(const document &d, const json &params)
         }
     }
     // The required keys the table at the cursor lacks: of the tables the
-    // check read there, written where their values were to be written;
-    // where it read none, of the constructor at the cursor as it stands.
+    // check read there, and of those a finding in the range says lack a
+    // key (its diagnostic may stand at a key list or a switch, and an
+    // editor asks at the diagnostic), written where their values were to
+    // be written; where the check read none, of the constructor at the
+    // cursor as it stands.
     const size_t at = v.lines.offset(asked.start);
     const size_t old_at = v.to_old(at);
-    const std::vector<const read_table *> read = old_at == std::string_view::npos
-                                                     ? std::vector<const read_table *>{}
-                                                     : read_at(v.a->model, old_at);
+    std::vector<const read_table *> read = old_at == std::string_view::npos
+                                               ? std::vector<const read_table *>{}
+                                               : read_at(v.a->model, old_at);
+    const std::vector<const finding *> lacking = lacking_in(v, asked);
+    if (v.a)
+        for (const finding *f : lacking)
+            for (const read_table &t : v.a->model.tables)
+                if (f->path.starts_with(t.path + ".") && !read_kind(v.a->model, t).empty() &&
+                    std::find(read.begin(), read.end(), &t) == read.end())
+                    read.push_back(&t);
     if (!read.empty()) {
         const script_model &m = v.a->model;
+        const line_index old_lines(v.old);
         std::map<int32_t, std::string> inserts; // by constructor of the checked text
         std::vector<std::string> names;
+        json tied = json::array(); // the diagnostics of the keys inserted
         for (const read_table *t : read)
             for (const key_doc *k : keys_of(read_kind(m, *t))) {
-                if (!k->required || k->gated ||
+                // A key a finding says is lacking is inserted too: one a
+                // switch asks for, one whose absence stops its table.
+                const std::string path = t->path + "." + k->key;
+                const bool named = std::any_of(lacking.begin(), lacking.end(),
+                                               [&](const finding *f) { return f->path == path; });
+                if ((!named && (!k->required || k->gated)) ||
                     std::binary_search(t->keys.begin(), t->keys.end(), k->key))
                     continue;
                 const auto [c, key] = insertion_for(m, *t, k->key);
@@ -925,6 +960,9 @@ json code_actions(const document &d, const json &params)
                 inserts[c] += text;
                 if (std::find(names.begin(), names.end(), key) == names.end())
                     names.push_back(key);
+                for (const finding *f : lacking)
+                    if (f->path == path)
+                        tied.push_back(diagnostic(old_lines, *f));
             }
         json changes = json::array();
         for (const auto &[c, text] : inserts) {
@@ -941,8 +979,10 @@ json code_actions(const document &d, const json &params)
                                 read_kind(m, *read.front()) + " table:";
             for (const std::string &n : names)
                 title += (n == names.front() ? " " : ", ") + n;
-            actions.push_back(
-                {{"title", title}, {"kind", "quickfix"}, {"edit", {{"changes", edits}}}});
+            json a = {{"title", title}, {"kind", "quickfix"}, {"edit", {{"changes", edits}}}};
+            if (!tied.empty())
+                a["diagnostics"] = tied, a["isPreferred"] = true;
+            actions.push_back(a);
         }
         return actions;
     }

@@ -306,6 +306,8 @@ void server::finish(const std::shared_ptr<const analysis> &a)
     d.last = a;
     if (a->model.ran)
         d.good = a;
+    if (a->model.ran && a->model.result == 0)
+        d.loaded = a;
     publish(d, a.get());
 }
 

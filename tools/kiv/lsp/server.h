@@ -65,6 +65,10 @@ struct document {
     // The newest check whose script ran (a buffer being typed often does
     // not parse): what it defines is still what the text defines.
     std::shared_ptr<const analysis> good;
+    // The newest check the library accepted: a name half typed in a canvas
+    // `source` fails the load, and the buffers it may name are still those
+    // of the last script that loaded.
+    std::shared_ptr<const analysis> loaded;
     bool dirty = true; // changed since its last check began
     clock::time_point due;
     // The map and line index of `text` as it is now, made by the first

@@ -367,6 +367,18 @@ bool scanner::field_step(frame &f, const token &tok, bool &lookahead)
         f.state = fs::name;
         return true;
     case fs::name:
+        if (tok.kind == tk::name) {
+            // Two names in a row are never one expression: a separator is
+            // missing, as where a key is being typed above the next field
+            // (`hf` over `hflip = 0,`).  The second name begins a field of
+            // its own, so the field after the half-typed key keeps its name.
+            end_field(f);
+            fields.emplace_back();
+            ++fields_;
+            begin_value(f, fields.back(), tok);
+            f.state = fs::name;
+            return true;
+        }
         if (tok.kind == tk::assign) {
             src_field &fd = fields.back();
             fd.kind = src_field::named;

@@ -394,7 +394,7 @@ TEST_F(LspSession, EveryKeyOfTheExamplesHasItsDocumentation)
         document d;
         d.uri = "file:///ws/x.lua";
         d.text = kivtest::read_file(e.path().string());
-        d.last = d.good = run_check({d.uri, "x.lua", 1, d.text});
+        d.last = d.good = d.loaded = run_check({d.uri, "x.lua", 1, d.text});
         const line_index lines(d.text);
         const kivtool::src_map map = kivtool::scan_source(d.text);
         int keys = 0;
@@ -616,5 +616,47 @@ TEST_F(LspSession, QuickFixesOnHelperBuiltScriptsApplyCleanly)
         again.initialize();
         again.open("file:///ws/x.lua", fixed);
         EXPECT_EQ(again.diagnostics(), json::array()) << fixed;
+    }
+}
+
+// A table that lacks a required key gets the insertion where the editor
+// asks for the diagnostic's fixes: at the diagnostic's own range (an editor
+// whose cursor cannot pass a `{` that ends its line asks there), tied to
+// that diagnostic and preferred.
+TEST_F(LspSession, MissingKeysAreInsertedFromTheirDiagnostic)
+{
+    const struct {
+        const char *removed, *key;
+    } rows[] = {
+        {"\tmode = \"1080p\",\n", "mode"},
+        {"\tfps = 30,\n", "fps"},
+        {"\t\tinput      = {0, 0, 1920, 1080},\n", "input"},
+        {"max_size = {1920, 1080}, ", "max_size"},
+        {"type = \"encode\", ", "type"},
+        {"\tid = 0,\n", "id"},
+    };
+    for (const auto &r : rows) {
+        SCOPED_TRACE(r.removed);
+        std::string text = source_file("examples/single_1080p.lua");
+        const size_t at = text.find(r.removed);
+        ASSERT_NE(at, std::string::npos);
+        text.erase(at, strlen(r.removed));
+        session s;
+        s.initialize();
+        s.open("file:///ws/x.lua", text);
+        const json diags = s.diagnostics();
+        ASSERT_EQ(diags.size(), 1u) << diags;
+        const json actions =
+            s.ask("textDocument/codeAction",
+                  {{"range", diags[0]["range"]}, {"context", {{"diagnostics", diags}}}});
+        const json *insert = nullptr;
+        for (const json &a : actions)
+            if (a["title"].get<std::string>().starts_with("Insert the missing required keys"))
+                insert = &a;
+        ASSERT_TRUE(insert) << actions;
+        EXPECT_NE((*insert)["title"].get<std::string>().find(r.key), std::string::npos);
+        EXPECT_EQ(insert->value("isPreferred", false), true);
+        ASSERT_TRUE(insert->contains("diagnostics")) << *insert;
+        EXPECT_EQ((*insert)["diagnostics"][0]["message"], diags[0]["message"]);
     }
 }
