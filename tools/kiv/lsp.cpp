@@ -24,7 +24,7 @@ namespace
 using namespace lsp;
 
 struct event {
-    enum { message, result, ended } what;
+    enum { message, too_big, result, ended, broken } what;
     std::string body;
     std::shared_ptr<const analysis> checked;
 };
@@ -57,10 +57,12 @@ void read_loop(int fd, int wake, exchange &x)
             body.clear();
         } else if (r == read_result::too_big) {
             fprintf(stderr, "kiv lsp: a message larger than %zu bytes was skipped\n", MAX_MESSAGE);
+            x.post({event::too_big, std::move(body), nullptr});
+            body.clear();
         } else {
             if (r == read_result::broken)
                 fprintf(stderr, "kiv lsp: the input does not follow the protocol's framing\n");
-            x.post({event::ended, {}, nullptr});
+            x.post({r == read_result::broken ? event::broken : event::ended, {}, nullptr});
             return;
         }
     }
@@ -128,8 +130,12 @@ int lsp::serve(int in, int out, std::chrono::milliseconds debounce)
             events.swap(x.events);
         }
         for (event &e : events) {
-            if (e.what == event::ended) {
+            if (e.what == event::ended || e.what == event::broken) {
+                if (e.what == event::broken)
+                    srv.broken();
                 ended = true;
+            } else if (e.what == event::too_big) {
+                srv.oversized(e.body);
             } else if (e.what == event::result) {
                 busy = false;
                 srv.finish(e.checked);

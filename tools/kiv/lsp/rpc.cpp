@@ -117,7 +117,21 @@ read_result read_message(int fd, std::string *body, int wake)
     if (fits)
         body->reserve(static_cast<size_t>(length));
     for (size_t left = static_cast<size_t>(length); left > 0;) {
-        const size_t k = in.take(fits ? body : nullptr, left);
+        // Of a message too large, its head and its tail are kept (where
+        // its id, method and document are, written before or after a
+        // long text), a line break between, and the rest skipped.
+        const size_t done = static_cast<size_t>(length) - left;
+        size_t want = left;
+        bool keep = true;
+        if (!fits && done < TOO_BIG_HEAD) {
+            want = TOO_BIG_HEAD - done;
+        } else if (!fits && left > TOO_BIG_HEAD) {
+            want = left - TOO_BIG_HEAD;
+            keep = false;
+        } else if (!fits && left == TOO_BIG_HEAD) {
+            *body += '\n';
+        }
+        const size_t k = in.take(keep ? body : nullptr, std::min(want, left));
         if (k == 0)
             return read_result::broken;
         left -= k;

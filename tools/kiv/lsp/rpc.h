@@ -14,9 +14,14 @@ namespace kivtool::lsp
 // below it; a larger one is read past and refused.
 constexpr size_t MAX_MESSAGE = 64u << 20;
 
+// What is kept of each end of a message too large to take: where its id,
+// method and document are, which clients write before or after the text.
+constexpr size_t TOO_BIG_HEAD = 64u << 10;
+
 enum class read_result {
     message, // *body holds one message
-    too_big, // a message larger than MAX_MESSAGE was skipped
+    too_big, // a message larger than MAX_MESSAGE was skipped; *body holds its first TOO_BIG_HEAD
+             // bytes
     end,     // the stream ended (or broke) between messages
     broken,  // the stream does not follow the framing: nothing more can be read
 };

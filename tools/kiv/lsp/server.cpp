@@ -208,6 +208,101 @@ void server::request(const json &id, const std::string &method, const json &para
     send_(respond(id, std::move(result)));
 }
 
+namespace
+{
+
+// The first value of member `name` in a JSON text that may be cut short,
+// when it is a string (escapes left as they are: a method or URI has none
+// to speak of) or an integer; null otherwise.
+json first_member(std::string_view head, const std::string &name)
+{
+    const std::string quoted = "\"" + name + "\"";
+    auto blanks = [&](size_t i) {
+        while (i < head.size() &&
+               (head[i] == ' ' || head[i] == '\t' || head[i] == '\r' || head[i] == '\n'))
+            ++i;
+        return i;
+    };
+    for (size_t at = head.find(quoted); at != std::string_view::npos;
+         at = head.find(quoted, at + 1)) {
+        size_t i = blanks(at + quoted.size());
+        if (i >= head.size() || head[i] != ':')
+            continue;
+        i = blanks(i + 1);
+        if (i < head.size() && head[i] == '"') {
+            size_t e = i + 1;
+            while (e < head.size() && head[e] != '"')
+                e += head[e] == '\\' ? 2 : 1;
+            if (e >= head.size())
+                return nullptr;
+            return std::string(head.substr(i + 1, e - i - 1));
+        }
+        size_t e = i + (i < head.size() && head[i] == '-');
+        const size_t digits = e;
+        while (e < head.size() && e - digits < 18 && head[e] >= '0' && head[e] <= '9')
+            ++e;
+        if (e == digits)
+            return nullptr;
+        return std::stoll(std::string(head.substr(i, e - i)));
+    }
+    return nullptr;
+}
+
+} // namespace
+
+void server::oversized(std::string_view head)
+{
+    const json m = first_member(head, "method");
+    const std::string method = m.is_string() ? m.get<std::string>() : "";
+    const std::string said = "kiv lsp: a message larger than 64 MiB" +
+                             (method.empty() ? std::string() : " (" + method + ")") +
+                             " was skipped: the server takes messages up to 64 MiB";
+    send_({{"jsonrpc", "2.0"},
+           {"method", "window/showMessage"},
+           {"params", {{"type", 1}, {"message", said}}}});
+    const bool opened = method == "textDocument/didOpen" || method == "textDocument/didChange";
+    // A request gets its answer.
+    if (const json id = first_member(head, "id"); !id.is_null() && !method.empty() && !opened) {
+        send_(fail(id, INVALID_REQUEST, "the message is larger than 64 MiB"));
+        return;
+    }
+    const json u = first_member(head, "uri");
+    if (!initialized_ || shutdown_ || !opened || !u.is_string())
+        return;
+    const std::string uri = u.get<std::string>();
+    // The buffer's text here is out of date: nothing is answered from it,
+    // and its one diagnostic says why, until a text that fits comes.
+    document &d = docs_[uri];
+    const int64_t version = d.version;
+    d = {};
+    d.uri = uri;
+    d.file = file_of_uri(uri);
+    d.version = version;
+    d.dirty = false;
+    const json at = {{"line", 0}, {"character", 0}};
+    send_({{"jsonrpc", "2.0"},
+           {"method", "textDocument/publishDiagnostics"},
+           {"params",
+            {{"uri", uri},
+             {"diagnostics",
+              json::array({{{"range", {{"start", at}, {"end", at}}},
+                            {"severity", 1},
+                            {"source", "kiv"},
+                            {"message", "this buffer is larger than the 64 MiB the server takes: "
+                                        "it is not checked, and nothing is answered about it "
+                                        "until its text fits"}}})}}}});
+}
+
+void server::broken()
+{
+    send_({{"jsonrpc", "2.0"},
+           {"method", "window/showMessage"},
+           {"params",
+            {{"type", 1},
+             {"message", "kiv lsp: the input does not follow the protocol's framing "
+                         "(Content-Length headers): the server stops, with exit code 1"}}}});
+}
+
 void server::notification(const std::string &method, const json &params)
 {
     if (method == "exit") {

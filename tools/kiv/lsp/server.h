@@ -19,6 +19,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <nlohmann/json.hpp>
@@ -85,6 +86,14 @@ class server
 
     // One message from the client.
     void handle(const json &msg);
+    // A message larger than the server takes was skipped; `head` is what
+    // was kept of its two ends.  The client is told: a request found there is refused,
+    // a buffer it opened or changed is shown as not checked (its text here
+    // is out of date) until a text that fits replaces it, and a message
+    // says what happened.
+    void oversized(std::string_view head);
+    // The input broke the framing: the client is told the server stops.
+    void broken();
     // The client said `exit`; the process ends with exit_code().
     bool exited() const { return exited_; }
     int exit_code() const { return shutdown_ ? 0 : 1; }

@@ -660,3 +660,78 @@ TEST_F(LspSession, MissingKeysAreInsertedFromTheirDiagnostic)
         EXPECT_EQ((*insert)["diagnostics"][0]["message"], diags[0]["message"]);
     }
 }
+
+// A message larger than the server takes is skipped, and the client is
+// told: a request in it gets its error answer, a buffer it changed shows
+// that it is not checked until a text that fits comes; a broken framing
+// is said before the server stops with 1.
+TEST(LspServe, WhatCannotBeReadIsToldToTheClient)
+{
+    int to_server[2], from_server[2];
+    ASSERT_EQ(pipe(to_server), 0);
+    ASSERT_EQ(pipe(from_server), 0);
+    int rc = -1;
+    std::thread srv(
+        [&] { rc = serve(to_server[0], from_server[1], std::chrono::milliseconds(0)); });
+    auto send = [&](const json &m) { ASSERT_TRUE(write_message(to_server[1], m.dump())); };
+    auto receive = [&] {
+        std::string body;
+        EXPECT_EQ(read_message(from_server[0], &body), read_result::message);
+        return json::parse(body);
+    };
+    // The next message of a method (or the answer to an id), past others.
+    auto next = [&](const std::string &method) {
+        for (;;)
+            if (json m = receive(); m.value("method", "") == method || m.contains("id"))
+                return m;
+    };
+    const std::string uri = "file:///ws/a.lua";
+    const std::string text = kivtest::read_file(kivtest::example("single_1080p.lua"));
+    send({{"jsonrpc", "2.0"}, {"id", 1}, {"method", "initialize"}, {"params", json::object()}});
+    EXPECT_EQ(receive()["id"], 1);
+    send({{"jsonrpc", "2.0"},
+          {"method", "textDocument/didOpen"},
+          {"params", {{"textDocument", {{"uri", uri}, {"version", 1}, {"text", text}}}}}});
+    EXPECT_EQ(next("textDocument/publishDiagnostics")["params"]["diagnostics"], json::array());
+    // Written as they are (a dump of 64 MiB is slow): the document of the
+    // first comes after its text, the id of the second before its padding.
+    const std::string huge[] = {
+        R"({"jsonrpc":"2.0","method":"textDocument/didChange","params":{"contentChanges":[{"text":")" +
+            std::string(MAX_MESSAGE, '-') + R"("}],"textDocument":{"uri":")" + uri +
+            R"(","version":2}}})",
+        R"({"jsonrpc":"2.0","id":"big","method":"textDocument/hover","params":{"pad":")" +
+            std::string(MAX_MESSAGE, ' ') + R"("}})",
+    };
+    std::thread writer([&] {
+        for (const std::string &m : huge)
+            EXPECT_TRUE(write_message(to_server[1], m));
+    });
+    json m = next("window/showMessage");
+    EXPECT_EQ(m["params"]["type"], 1);
+    EXPECT_NE(m["params"]["message"].get<std::string>().find("textDocument/didChange"),
+              std::string::npos);
+    m = next("textDocument/publishDiagnostics");
+    EXPECT_EQ(m["params"]["uri"], uri);
+    EXPECT_NE(m["params"]["diagnostics"].dump().find("not checked"), std::string::npos);
+    EXPECT_EQ(next("window/showMessage")["params"]["type"], 1);
+    m = next("");
+    EXPECT_EQ(m["id"], "big");
+    EXPECT_EQ(m["error"]["code"], -32600);
+    writer.join();
+    // A text that fits is checked again.
+    send({{"jsonrpc", "2.0"},
+          {"method", "textDocument/didChange"},
+          {"params",
+           {{"textDocument", {{"uri", uri}, {"version", 3}}},
+            {"contentChanges", json::array({{{"text", text}}})}}}});
+    EXPECT_EQ(next("textDocument/publishDiagnostics")["params"]["diagnostics"], json::array());
+    // Then the framing breaks.
+    const char bad[] = "Content-Length: twelve\r\n\r\n";
+    ASSERT_EQ(write(to_server[1], bad, strlen(bad)), static_cast<ssize_t>(strlen(bad)));
+    m = next("window/showMessage");
+    EXPECT_NE(m["params"]["message"].get<std::string>().find("exit code 1"), std::string::npos);
+    srv.join();
+    EXPECT_EQ(rc, 1);
+    for (int fd : {to_server[0], to_server[1], from_server[0], from_server[1]})
+        close(fd);
+}
