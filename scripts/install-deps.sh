@@ -12,7 +12,7 @@ native=$(dpkg --print-architecture)
 arch=$native
 packages=(cmake ninja-build g++ clang libclang-rt-14-dev valgrind pkg-config liblua5.3-dev libgtest-dev googletest
           libbenchmark-dev binutils libcli11-dev nlohmann-json3-dev librsvg2-bin libpng-dev neovim
-          help2man bash-completion zsh chromium)
+          emacs-nox elpa-eglot elpa-lua-mode help2man bash-completion zsh chromium)
 if [ $# -gt 0 ]; then
     arch=$1
     shift
