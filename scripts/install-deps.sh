@@ -13,10 +13,14 @@ arch=$native
 packages=(cmake ninja-build g++ clang libclang-rt-14-dev valgrind pkg-config liblua5.3-dev libgtest-dev googletest
           libbenchmark-dev binutils libcli11-dev nlohmann-json3-dev librsvg2-bin libpng-dev neovim
           help2man bash-completion zsh chromium)
+# Installed without what they recommend: Emacs's would bring a mail system
+# (mailutils and a mail transport agent) that no test uses.
+lean=(emacs-nox elpa-eglot elpa-lua-mode)
 if [ $# -gt 0 ]; then
     arch=$1
     shift
     packages=("$@")
+    lean=()
 fi
 
 installed() { # package, architecture
@@ -27,17 +31,22 @@ installed() { # package, architecture
     return 1
 }
 
-missing=()
+missing=() missing_lean=()
 for p in "${packages[@]}"; do
     installed "$p" "$arch" || missing+=("$p:$arch")
 done
-[ ${#missing[@]} -gt 0 ] || exit 0
+for p in "${lean[@]}"; do
+    installed "$p" "$arch" || missing_lean+=("$p:$arch")
+done
+[ ${#missing[@]} -gt 0 ] || [ ${#missing_lean[@]} -gt 0 ] || exit 0
 
-echo "installing: ${missing[*]}"
+echo "installing: ${missing[*]} ${missing_lean[*]}"
 sudo_cmd=""
 [ "$(id -u)" -eq 0 ] || sudo_cmd="sudo"
 if [ "$arch" != "$native" ] && ! dpkg --print-foreign-architectures | grep -qx "$arch"; then
     $sudo_cmd dpkg --add-architecture "$arch"
 fi
 $sudo_cmd apt-get update -qq
-DEBIAN_FRONTEND=noninteractive $sudo_cmd apt-get install -y -qq "${missing[@]}"
+[ ${#missing[@]} -eq 0 ] || DEBIAN_FRONTEND=noninteractive $sudo_cmd apt-get install -y -qq "${missing[@]}"
+[ ${#missing_lean[@]} -eq 0 ] ||
+    DEBIAN_FRONTEND=noninteractive $sudo_cmd apt-get install -y -qq --no-install-recommends "${missing_lean[@]}"

@@ -1,8 +1,30 @@
 -- The lsp_neovim test, inside Neovim (0.7 or later, headless): `kiv lsp`
--- as the editor's built-in client drives it.  nvim_lsp.sh gives, in the
--- environment, the tool (KIV_E2E_KIV), the script with a planted mistake
--- (KIV_E2E_FILE), the example it was copied from (KIV_E2E_ORIGINAL) and the
--- file to write the result to (KIV_E2E_RESULT): "pass", or what failed.
+-- as the editor's built-in client drives it, started by the Neovim setup of
+-- docs/editors.md, which nvim_lsp.sh installs as the user's init.lua.  This
+-- file is loaded before init.lua (--cmd) to watch the clients the setup
+-- starts; nvim_lsp.sh then calls run_one() with one script opened or
+-- run_two() with two.  The environment gives the tool (KIV_E2E_KIV), the
+-- script with a planted mistake (KIV_E2E_FILE), the example it was copied
+-- from (KIV_E2E_ORIGINAL) and the file to write the result to
+-- (KIV_E2E_RESULT): "pass", or what failed.
+
+-- Every client the setup starts, and how each ended.  The setup's own
+-- configuration is kept; only its end is watched as well.
+local started, exits = {}, {}
+local start_client = vim.lsp.start_client
+vim.lsp.start_client = function(config)
+  local on_exit = config.on_exit
+  local id
+  config.on_exit = function(code, signal, ...)
+    exits[id] = { code = code, signal = signal }
+    if on_exit then
+      return on_exit(code, signal, ...)
+    end
+  end
+  id = start_client(config)
+  table.insert(started, id)
+  return id
+end
 
 -- What the server must answer about the planted copy of single_1080p.lua.
 local EXPECT = {
@@ -78,41 +100,61 @@ local function request(buf, client_id, method, params)
   end
 end
 
-local function run()
-  assert(vim.fn.has('nvim-0.7') == 1, 'Neovim 0.7 or later is needed')
-  local file, original = os.getenv('KIV_E2E_FILE'), read_lines(os.getenv('KIV_E2E_ORIGINAL'))
-  local planted
-  for i, l in ipairs(read_lines(file)) do
+-- The 0-based line where the planted copy differs from the example, and
+-- the example's lines.
+local function planted_line()
+  local original, planted = read_lines(os.getenv('KIV_E2E_ORIGINAL')), nil
+  for i, l in ipairs(read_lines(os.getenv('KIV_E2E_FILE'))) do
     if l ~= original[i] then
       assert(not planted, 'the copy differs from the example in more than one line')
       planted = i - 1
     end
   end
   assert(planted, 'the copy does not differ from the example')
+  return planted, original
+end
 
-  vim.cmd('edit ' .. vim.fn.fnameescape(file))
+-- Waits for the first diagnostics of `buf`.
+local function wait_diagnostics(buf)
+  vim.wait(WAIT_MS, function() return #vim.diagnostic.get(buf) > 0 or next(exits) ~= nil end, 20)
+  if next(exits) then
+    error('the server exited: ' .. vim.inspect(exits))
+  elseif #vim.diagnostic.get(buf) == 0 then
+    error('no diagnostics within ' .. WAIT_MS .. ' ms in ' .. vim.api.nvim_buf_get_name(buf))
+  end
+end
+
+-- The pids of the `kiv` processes Neovim runs.
+local function servers()
+  local kiv, me, pids = vim.loop.fs_realpath(os.getenv('KIV_E2E_KIV')), vim.fn.getpid(), {}
+  local dir = assert(vim.loop.fs_scandir('/proc'))
+  for name in vim.loop.fs_scandir_next, dir do
+    local f = name:match('^%d+$') and io.open('/proc/' .. name .. '/stat')
+    if f then
+      -- "pid (name) state ppid ...": the name may hold blanks and parentheses.
+      local ppid = tonumber((f:read('*l') or ''):match('.*%) %S+ (%d+)'))
+      f:close()
+      if ppid == me and vim.loop.fs_realpath('/proc/' .. name .. '/exe') == kiv then
+        table.insert(pids, tonumber(name))
+      end
+    end
+  end
+  return pids
+end
+
+-- One script opened: the setup's client checks it, completes, hovers, finds
+-- a definition, fixes the mistake and ends cleanly.
+local function run_one()
+  local planted, original = planted_line()
   local buf = vim.api.nvim_get_current_buf()
-  local exited
-  local client_id = vim.lsp.start_client({
-    name = 'kiv',
-    cmd = { os.getenv('KIV_E2E_KIV'), 'lsp' },
-    root_dir = vim.fn.fnamemodify(file, ':h'),
-    on_exit = function(code, signal)
-      exited = { code = code, signal = signal }
-    end,
-  })
-  assert(client_id, 'the client did not start')
-  assert(vim.lsp.buf_attach_client(buf, client_id), 'the buffer was not attached')
+  local client_id = started[1]
+  assert(client_id, 'the setup started no client for ' .. vim.api.nvim_buf_get_name(buf))
+  check(#started == 1, 'the setup starts one client', started)
   local uri = vim.uri_from_bufnr(buf)
   local doc = { uri = uri }
 
   -- The finding of the planted line, and no other.
-  vim.wait(WAIT_MS, function() return #vim.diagnostic.get(buf) > 0 or exited ~= nil end, 20)
-  if exited then
-    error('the server exited: ' .. vim.inspect(exited))
-  elseif #vim.diagnostic.get(buf) == 0 then
-    error('no diagnostics within ' .. WAIT_MS .. ' ms')
-  end
+  wait_diagnostics(buf)
   local diags = vim.diagnostic.get(buf)
   check(#diags == 1, 'one diagnostic', diags)
   local d = diags[1]
@@ -195,19 +237,47 @@ local function run()
 
   -- shutdown and exit: the server ends with status 0.
   vim.lsp.stop_client(client_id)
-  if vim.wait(WAIT_MS, function() return exited ~= nil end, 20) then
+  if vim.wait(WAIT_MS, function() return exits[client_id] ~= nil end, 20) then
+    local exited = exits[client_id]
     check(exited.code == 0 and exited.signal == 0, 'the server exits with status 0', exited)
   else
     fail('the server did not exit after shutdown and exit')
   end
 end
 
-local ok, err = xpcall(run, debug.traceback)
-if not ok then
-  fail(tostring(err))
+-- Two scripts opened at once (nvim -O a.lua b.lua): the second FileType
+-- comes while the first client is still starting, and must attach to it.
+local function run_two()
+  local bufs = vim.tbl_filter(function(b)
+    return vim.api.nvim_buf_get_name(b):match('%.lua$') ~= nil
+  end, vim.api.nvim_list_bufs())
+  assert(#bufs == 2, 'two scripts open, not ' .. #bufs)
+  for _, buf in ipairs(bufs) do
+    wait_diagnostics(buf)
+  end
+  check(#started == 1, 'the setup starts one client for both scripts', started)
+  for _, buf in ipairs(bufs) do
+    local ids = vim.tbl_keys(vim.lsp.buf_get_clients(buf))
+    check(#ids == 1 and ids[1] == started[1],
+      vim.fn.fnamemodify(vim.api.nvim_buf_get_name(buf), ':t') .. ' is served by the first client', ids)
+  end
+  local pids = servers()
+  check(#pids == 1, 'one kiv process', pids)
 end
-local result = #failures == 0 and 'pass\n' or 'FAIL ' .. table.concat(failures, '\nFAIL ') .. '\n'
-local out = assert(io.open(os.getenv('KIV_E2E_RESULT'), 'w'))
-out:write(result)
-out:close()
-vim.cmd(#failures == 0 and 'qall!' or 'cquit 1')
+
+-- Runs a case and writes its result; Neovim quits with it.
+local function case(run)
+  return function()
+    local ok, err = xpcall(run, debug.traceback)
+    if not ok then
+      fail(tostring(err))
+    end
+    local result = #failures == 0 and 'pass\n' or 'FAIL ' .. table.concat(failures, '\nFAIL ') .. '\n'
+    local out = assert(io.open(os.getenv('KIV_E2E_RESULT'), 'w'))
+    out:write(result)
+    out:close()
+    vim.cmd(#failures == 0 and 'qall!' or 'cquit 1')
+  end
+end
+
+return { run_one = case(run_one), run_two = case(run_two) }
