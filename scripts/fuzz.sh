@@ -5,7 +5,7 @@
 # CI runs a short pass; a long campaign is e.g. `scripts/fuzz.sh 600`.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-scripts/install-deps.sh
+scripts/install-deps.sh test
 seconds=${1:-20}
 shift || true
 targets=("$@")

@@ -1,8 +1,12 @@
 #!/usr/bin/env bash
-# Installs the Debian packages the build and the tests need, when missing.
-#   scripts/install-deps.sh                   the build's packages, for this machine
+# Installs the Debian packages a purpose needs, when missing.
+#   scripts/install-deps.sh build             what building the library and the tool needs
+#   scripts/install-deps.sh test              that, and what the tests, benchmarks and fuzzers
+#                                             run (editors, a browser, sanitizer runtimes, ...)
 #   scripts/install-deps.sh ARCH PACKAGE...   the given packages for ARCH (e.g. arm64),
 #                                             adding ARCH to dpkg when it is foreign
+# The main job (run-example.sh) asks for the build only: a fresh machine that
+# just builds gets no browser, editor, shell or sanitizer runtime.
 # A package counts as installed only for the architecture asked: a cross
 # machine often has liblua5.3-dev:arm64 and no native liblua5.3-dev, and
 # dpkg-query answers "installed" for a bare name when any architecture is.
@@ -10,18 +14,31 @@
 set -euo pipefail
 native=$(dpkg --print-architecture)
 arch=$native
-packages=(cmake ninja-build g++ clang libclang-rt-14-dev valgrind pkg-config liblua5.3-dev libgtest-dev googletest
-          libbenchmark-dev binutils libcli11-dev nlohmann-json3-dev librsvg2-bin libpng-dev neovim
-          help2man bash-completion zsh chromium)
+build=(cmake ninja-build g++ pkg-config liblua5.3-dev libcli11-dev nlohmann-json3-dev)
+test=(clang libclang-rt-14-dev valgrind libgtest-dev googletest libbenchmark-dev binutils librsvg2-bin
+      libpng-dev neovim help2man bash-completion zsh chromium)
 # Installed without what they recommend: Emacs's would bring a mail system
 # (mailutils and a mail transport agent) that no test uses.
 lean=(emacs-nox elpa-eglot elpa-lua-mode)
-if [ $# -gt 0 ]; then
-    arch=$1
-    shift
-    packages=("$@")
-    lean=()
-fi
+case ${1:-} in
+    build)
+        packages=("${build[@]}")
+        lean=()
+        ;;
+    test)
+        packages=("${build[@]}" "${test[@]}")
+        ;;
+    '' | -*)
+        echo "usage: scripts/install-deps.sh build|test|ARCH PACKAGE..." >&2
+        exit 2
+        ;;
+    *)
+        arch=$1
+        shift
+        packages=("$@")
+        lean=()
+        ;;
+esac
 
 installed() { # package, architecture
     local a

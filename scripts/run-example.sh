@@ -4,7 +4,7 @@
 #   scripts/run-example.sh [CONFIG.lua]
 set -euo pipefail
 cd "$(dirname "$0")/.."
-scripts/install-deps.sh
+scripts/install-deps.sh build
 config=${1:-examples/single_1080p.lua}
 cmake -S . -B build -G Ninja -DCMAKE_BUILD_TYPE=Release -DKIV_BUILD_TESTS=OFF >/dev/null
 cmake --build build

@@ -61,16 +61,31 @@ expect_calls() { # description, expected calls
     rm -f "$work/calls"
 }
 
-PATH="$work/bin:$PATH" "$script" >/dev/null
+PATH="$work/bin:$PATH" "$script" test >/dev/null
 expect_calls "native Lua and GoogleTest installed beside the arm64 ones" \
     "apt-get update -qq
 apt-get install -y -qq liblua5.3-dev:amd64 libgtest-dev:amd64"
-PATH="$work/bin:$PATH" "$script" >/dev/null
+PATH="$work/bin:$PATH" "$script" test >/dev/null
 expect_calls "second run installs nothing" ""
+PATH="$work/bin:$PATH" "$script" build >/dev/null
+expect_calls "the build's packages are there too" ""
 PATH="$work/bin:$PATH" "$script" arm64 liblua5.3-dev libgtest-dev >/dev/null
 expect_calls "arm64 packages already there" ""
 PATH="$work/bin:$PATH" "$script" arm64 liblua5.3-dev libpng-dev >/dev/null
 expect_calls "arm64 package asked by its architecture" \
     "apt-get update -qq
 apt-get install -y -qq libpng-dev:arm64"
+# A fresh machine that only builds (the main job) gets the build's packages
+# and no browser, editor, shell, sanitizer runtime or test framework.
+: >"$work/installed"
+PATH="$work/bin:$PATH" "$script" build >/dev/null
+expect_calls "the build alone on a fresh machine" \
+    "apt-get update -qq
+apt-get install -y -qq cmake:amd64 ninja-build:amd64 g++:amd64 pkg-config:amd64 liblua5.3-dev:amd64 libcli11-dev:amd64 nlohmann-json3-dev:amd64"
+if PATH="$work/bin:$PATH" "$script" >/dev/null 2>&1; then
+    echo "FAIL no purpose given: not refused"
+    fail=1
+else
+    echo "ok   no purpose given: refused"
+fi
 exit $fail
