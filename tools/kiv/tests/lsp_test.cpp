@@ -4,7 +4,8 @@
 // of a planted mistake, applied, giving back the shipped text; and in
 // scripts whose tables helpers build (tools/kiv/tests/lsp/helper_built.lua
 // and the examples), definitions, symbols and quick fixes at the places
-// the tables were written.
+// the tables were written, references and definitions that agree both
+// ways, and folding ranges that nest.
 #include <gtest/gtest.h>
 
 #include <set>
