@@ -22,7 +22,8 @@
 //
 // The editor server (kiv lsp) is measured as an editor drives it, over two
 // pipes: the latency of diagnostics after a change, against the check alone
-// run in-process, and its memory over many edits.
+// run in-process, its memory over many edits, and the time of a references
+// request on the largest example.
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
@@ -48,8 +49,10 @@
 #include "core/log.h"
 #include "core/run.h"
 #include "kiv.h"
+#include "lsp/navigate.h"
 #include "lsp/rpc.h"
 #include "lsp/server.h"
+#include "lsp/text.h"
 #include "model/model.h"
 #include "model/rules.h"
 
@@ -639,12 +642,14 @@ class lsp_session
         return diags;
     }
 
-    // A request about the document: the time until its answer.
-    double ask(int id, const char *method, const json &position)
+    // A request about the document: the time until its answer.  `more`:
+    // further parameters (a references request's context).
+    double ask(int id, const char *method, const json &position, const json &more = {})
     {
-        return ns_of([&] {
-            request(id, method, {{"textDocument", {{"uri", LSP_URI}}}, {"position", position}});
-        });
+        json params = {{"textDocument", {{"uri", LSP_URI}}}, {"position", position}};
+        if (more.is_object())
+            params.update(more);
+        return ns_of([&] { request(id, method, params); });
     }
 
   private:
@@ -856,6 +861,62 @@ void BM_lsp_large_buffer(benchmark::State &st)
     }
 }
 
+// References on the largest example, as an editor asks for them (the
+// declaration included): the first request after a check, which makes
+// the index of the pipeline's objects, and the median of the next ones
+// over the pipes, at a buffer's name, a canvas, a shared sensor and a
+// stream's map in turn; in_process_us is the same request's answer alone
+// (kivtool::lsp::references on the document, the index made).
+void BM_lsp_references(benchmark::State &st)
+{
+    const std::string text = read_text(FULL);
+    const kivtool::lsp::line_index lines(text);
+    std::vector<json> places;
+    for (const char *at :
+         {"\"chan_0.main\"", "{ type = \"encode\", size = {3840", "main_sensor = {", "0x1 }"}) {
+        const size_t o = text.find(at);
+        if (o == std::string::npos) {
+            st.SkipWithError("a place asked about is not in the example");
+            return;
+        }
+        const kivtool::lsp::position p = lines.at(o + 1);
+        places.push_back({{"line", p.line}, {"character", p.character}});
+    }
+    const json context = {{"context", {{"includeDeclaration", true}}}};
+    kivtool::lsp::document d;
+    d.uri = LSP_URI;
+    d.text = text;
+    d.last = d.good = kivtool::lsp::run_check({LSP_URI, FULL, 1, text});
+    size_t found = 0;
+    for (const json &p : places)
+        found += kivtool::lsp::references(d, {p["line"], p["character"]}, true).size();
+    if (found < 8) {
+        st.SkipWithError("references found too few places");
+        return;
+    }
+    for (auto _ : st) {
+        lsp_session lsp(std::chrono::milliseconds(0));
+        if (!lsp.open(text).is_array()) {
+            st.SkipWithError("no diagnostics for the opened example");
+            return;
+        }
+        const double first = lsp.ask(10, "textDocument/references", places[0], context);
+        std::vector<double> next, alone;
+        for (int i = 1; i <= 40; ++i) {
+            const json &p = places[static_cast<size_t>(i) % places.size()];
+            next.push_back(lsp.ask(10 + i, "textDocument/references", p, context));
+            alone.push_back(ns_of([&] {
+                benchmark::DoNotOptimize(
+                    kivtool::lsp::references(d, {p["line"], p["character"]}, true));
+            }));
+        }
+        st.SetIterationTime(median(next) * 1e-9);
+        st.counters["first_ms"] = first / 1e6;
+        st.counters["median_ms"] = median(next) / 1e6;
+        st.counters["in_process_us"] = median(alone) / 1e3;
+    }
+}
+
 // The console output, plus the ratios of every case collected for the
 // summary printed after the run.
 class summary_reporter : public benchmark::ConsoleReporter
@@ -939,6 +1000,7 @@ BENCHMARK(BM_tool_hostile)
     ->Iterations(1)
     ->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_lsp_large_buffer)->UseManualTime()->Iterations(1)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_lsp_references)->UseManualTime()->Iterations(5)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_busy_machine)
     ->DenseRange(0, static_cast<int>(std::size(LEGIT)) - 1)
     ->UseManualTime()

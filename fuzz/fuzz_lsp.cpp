@@ -1,13 +1,15 @@
 // The editor server on any buffer: the check of the text, then completion,
-// hover, definition and code actions at places spread over it and its
-// symbols, once with the check of this very text and once after an edit
-// the check has not seen (the places of the check carried over to it).
+// hover, definition, references, highlights and code actions at places
+// spread over it, and its symbols and folding ranges, once with the check
+// of this very text and once after an edit the check has not seen (the
+// places of the check carried over to it).
 #include <stddef.h>
 #include <stdint.h>
 
 #include "core/log.h"
 #include "fuzz_common.h"
 #include "lsp/assist.h"
+#include "lsp/navigate.h"
 
 using namespace kivtool::lsp;
 
@@ -23,9 +25,22 @@ void ask_everything(const document &d)
         completion(d, p);
         hover(d, p);
         definition(d, p);
+        references(d, p, k % 2 == 0);
+        document_highlights(d, p);
         code_actions(d, {{"range", {{"start", at}, {"end", at}}}});
     }
+    // Where names and tables stand, which references mostly ask about: the
+    // first strings and braces.
+    int asked = 0;
+    for (size_t i = 0; i < d.text.size() && asked < 16; ++i)
+        if (d.text[i] == '"' || d.text[i] == '{') {
+            const position p = lines.at(i + (d.text[i] == '"'));
+            references(d, p, true);
+            document_highlights(d, p);
+            ++asked;
+        }
     document_symbols(d);
+    folding_ranges(d, 0);
 }
 
 } // namespace

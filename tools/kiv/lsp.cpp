@@ -190,8 +190,8 @@ void add_lsp(CLI::App &app, int &rc)
     auto debounce = std::make_shared<unsigned>(40);
     CLI::App *sub = app.add_subcommand(
         "lsp", "Serve the Language Server Protocol on standard input and output: the findings of "
-               "check and lint as the buffer is typed, completion, hover, quick fixes, symbols "
-               "and definitions (see docs/editors.md).");
+               "check and lint as the buffer is typed, completion, hover, quick fixes, symbols, "
+               "definitions, references and folding (see docs/editors.md).");
     sub->add_option("--debounce", *debounce,
                     "Milliseconds a buffer must stay unchanged before it is checked (default 40)")
         ->check(CLI::Range(0u, 10000u));

@@ -8,6 +8,8 @@
 
 #include "canvas/canvas.h"
 #include "lsp/keydocs.h"
+#include "lsp/navigate.h"
+#include "lsp/places.h"
 #include "model/names.h"
 #include "model/rule_kit.h"
 #include "vsrc/vsrc.h"
@@ -31,81 +33,12 @@ enum : int {
 
 } // namespace
 
-// The map and lines of a buffer's text, kept with the buffer until it
-// changes.
-struct text_map {
-    src_map map;
-    line_index lines;
-    explicit text_map(std::string_view text) : map(scan_source(text)), lines(text) {}
-};
-
-namespace
-{
-
 const text_map &scanned(const document &d)
 {
     if (!d.scanned)
         d.scanned = std::make_shared<const text_map>(d.text);
     return *d.scanned;
 }
-
-// The buffer as a request sees it: its text now, the map of that text, and
-// the last check with the offsets it shares with this text.
-struct view {
-    const document &d;
-    std::string_view text;
-    const src_map &map;
-    const line_index &lines;
-    const analysis *a;
-    std::string_view old; // the text of the check
-    size_t prefix = 0;    // bytes the two texts share at their start
-    size_t suffix = 0;    // and at their end (not overlapping the prefix)
-
-    explicit view(const document &doc)
-        : d(doc), text(doc.text), map(scanned(doc).map), lines(scanned(doc).lines),
-          a(doc.last.get())
-    {
-        if (!a)
-            return;
-        old = a->model.text;
-        const size_t n = std::min(old.size(), text.size());
-        while (prefix < n && old[prefix] == text[prefix])
-            ++prefix;
-        while (suffix < n - prefix &&
-               old[old.size() - 1 - suffix] == text[text.size() - 1 - suffix])
-            ++suffix;
-    }
-    bool same() const { return a && old.size() == text.size() && prefix == text.size(); }
-    // An offset of this text in the checked one, or npos where they differ.
-    size_t to_old(size_t at) const
-    {
-        if (!a)
-            return std::string_view::npos;
-        if (at <= prefix)
-            return at;
-        if (at >= text.size() - suffix)
-            return at - text.size() + old.size();
-        return std::string_view::npos;
-    }
-    // An offset of the checked text in this one, or npos.
-    size_t to_new(size_t at) const
-    {
-        if (at <= prefix)
-            return at;
-        if (at >= old.size() - suffix && at <= old.size())
-            return at - old.size() + text.size();
-        return std::string_view::npos;
-    }
-    std::optional<range> span(const src_span &s) const
-    {
-        if (s.none())
-            return std::nullopt;
-        const size_t b = to_new(s.begin.offset), e = to_new(s.end.offset);
-        if (b == std::string_view::npos || e == std::string_view::npos || e < b)
-            return std::nullopt;
-        return range{lines.at(b), lines.at(e)};
-    }
-};
 
 json pos_json(position p)
 {
@@ -116,6 +49,9 @@ json range_json(const range &r)
 {
     return {{"start", pos_json(r.start)}, {"end", pos_json(r.end)}};
 }
+
+namespace
+{
 
 // The kind of table a field's table holds, by the field's name, and of an
 // array's elements, by the array's name.
@@ -394,6 +330,8 @@ const std::pair<std::string, place> *named_at(const analysis &a, size_t at)
     return best;
 }
 
+} // namespace
+
 const read_table *table_at_path(const analysis &a, const std::string &path)
 {
     for (const read_table &t : a.model.tables)
@@ -482,11 +420,6 @@ flow_value entry_of(const script_model &m, const read_table &t)
 // the caller wrote it: `main = buf(1920, 1080, 0, 0)` rather than the
 // helper's `return {`, the `channel { ... }` a channel helper was called
 // with.  The evaluator's way of the value tells which store that is.
-struct made_place {
-    src_span where; // the table, or the store of it (key and value)
-    src_span key;   // the key of that store, when it has one
-};
-
 made_place made_at(const script_model &m, const read_table &t)
 {
     made_place out;
@@ -528,6 +461,9 @@ json location(const view &v, const src_span &s)
         return nullptr;
     return {{"uri", v.d.uri}, {"range", range_json(*r)}};
 }
+
+namespace
+{
 
 bool rate_key(std::string_view key)
 {
@@ -1135,6 +1071,10 @@ json definition(const document &d, position p)
     const size_t at = v.lines.offset(p);
     if (!v.a)
         return nullptr;
+    // An object of the pipeline: where it was written, as its references
+    // give it (navigate.h).
+    if (json to = object_definition(d, p); !to.is_null())
+        return to;
     // A buffer or channel by its name: "chan_0.main", "chan_1.second_1", "chan_2".
     const string_at_t s = string_at(v.text, at);
     if (s.open != std::string_view::npos) {

@@ -1,6 +1,7 @@
 #include "lsp/server.h"
 
 #include "lsp/assist.h"
+#include "lsp/navigate.h"
 
 #include <algorithm>
 
@@ -48,17 +49,41 @@ position position_of(const json &params)
     return {l.get<uint32_t>(), c.get<uint32_t>()};
 }
 
-// Whether the parameters of `initialize` announce a capability: true at
-// the end of `path` ("capabilities", ...); anything else is no.
-bool announced(const json &params, std::initializer_list<const char *> path)
+// The member at the end of `path` ("capabilities", ...) in the parameters
+// of `initialize`; null when there is none.
+const json *nested(const json &params, std::initializer_list<const char *> path)
 {
     const json *j = &params;
     for (const char *name : path) {
         if (!j->is_object() || !j->contains(name))
-            return false;
+            return nullptr;
         j = &(*j)[name];
     }
-    return j->is_boolean() && j->get<bool>();
+    return j;
+}
+
+// Whether the parameters of `initialize` announce a capability: true at
+// the end of `path`; anything else is no.
+bool announced(const json &params, std::initializer_list<const char *> path)
+{
+    const json *j = nested(params, path);
+    return j && j->is_boolean() && j->get<bool>();
+}
+
+// Whether a references request asks for the declaration too: its
+// context's includeDeclaration (no context: no).
+bool declaration_asked(const json &params)
+{
+    if (!params.contains("context"))
+        return false;
+    const json &c = params["context"];
+    if (!c.is_object())
+        throw bad_params("context is not an object");
+    if (!c.contains("includeDeclaration"))
+        return false;
+    if (!c["includeDeclaration"].is_boolean())
+        throw bad_params("includeDeclaration is not a boolean");
+    return c["includeDeclaration"].get<bool>();
 }
 
 int hex(char c)
@@ -153,6 +178,11 @@ void server::request(const json &id, const std::string &method, const json &para
         initialized_ = true;
         related_information_ = announced(
             params, {"capabilities", "textDocument", "publishDiagnostics", "relatedInformation"});
+        folding_limit_ = 0;
+        if (const json *limit =
+                nested(params, {"capabilities", "textDocument", "foldingRange", "rangeLimit"});
+            limit && limit->is_number_unsigned())
+            folding_limit_ = limit->get<size_t>();
         send_(respond(
             id,
             {{"capabilities",
@@ -162,7 +192,10 @@ void server::request(const json &id, const std::string &method, const json &para
                {"hoverProvider", true},
                {"codeActionProvider", {{"codeActionKinds", json::array({"quickfix"})}}},
                {"documentSymbolProvider", true},
-               {"definitionProvider", true}}},
+               {"definitionProvider", true},
+               {"referencesProvider", true},
+               {"documentHighlightProvider", true},
+               {"foldingRangeProvider", true}}},
              {"serverInfo", {{"name", "kiv"}, {"version", KIV_TOOL_VERSION}}}}));
         return;
     }
@@ -180,8 +213,9 @@ void server::request(const json &id, const std::string &method, const json &para
         return;
     }
     static const std::string DOC_METHODS[] = {
-        "textDocument/completion",     "textDocument/hover",      "textDocument/codeAction",
-        "textDocument/documentSymbol", "textDocument/definition",
+        "textDocument/completion",        "textDocument/hover",        "textDocument/codeAction",
+        "textDocument/documentSymbol",    "textDocument/definition",   "textDocument/references",
+        "textDocument/documentHighlight", "textDocument/foldingRange",
     };
     if (std::find(std::begin(DOC_METHODS), std::end(DOC_METHODS), method) ==
         std::end(DOC_METHODS)) {
@@ -203,8 +237,14 @@ void server::request(const json &id, const std::string &method, const json &para
         result = code_actions(*d, params);
     else if (method == "textDocument/documentSymbol")
         result = document_symbols(*d);
-    else
+    else if (method == "textDocument/definition")
         result = definition(*d, position_of(params));
+    else if (method == "textDocument/references")
+        result = references(*d, position_of(params), declaration_asked(params));
+    else if (method == "textDocument/documentHighlight")
+        result = document_highlights(*d, position_of(params));
+    else
+        result = folding_ranges(*d, folding_limit_);
     send_(respond(id, std::move(result)));
 }
 

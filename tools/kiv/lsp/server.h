@@ -2,8 +2,9 @@
 // the model the command line uses.  The server holds the open buffers; a
 // check of a buffer is one load of its unsaved text (load_model_text: no
 // file is written anywhere) and the findings of every lint rule, published
-// as the buffer's diagnostics.  Completion, hover, code actions, symbols
-// and definitions read the last check and the text as it is now.
+// as the buffer's diagnostics.  Completion, hover, code actions, symbols,
+// definitions, references and highlights read the last check and the text
+// as it is now; folding ranges the text alone.
 //
 // The server itself is single-threaded and does no I/O: it takes parsed
 // messages and hands the messages to send to a sink.  Checks are jobs the
@@ -33,12 +34,20 @@ namespace kivtool::lsp
 using json = nlohmann::json;
 using clock = std::chrono::steady_clock;
 
+namespace nav
+{
+struct index;
+}
+
 // One check of one version of a buffer.
 struct analysis {
     std::string uri;
     int64_t version = 0;
     script_model model; // its text is the text checked
     std::vector<finding> findings;
+    // The pipeline's objects and their places (navigate.cpp), made by the
+    // first request that needs them, on the server's thread.
+    mutable std::shared_ptr<const nav::index> navigation;
 };
 
 // A check to run: the text of a buffer at a version.
@@ -121,6 +130,8 @@ class server
     bool initialized_ = false, shutdown_ = false, exited_ = false;
     // The client takes a diagnostic's relatedInformation.
     bool related_information_ = false;
+    // The most folding ranges the client takes (0: any number).
+    size_t folding_limit_ = 0;
 };
 
 // Serves the protocol: messages read from file descriptor `in`, written to

@@ -39,11 +39,17 @@ size_t char_len(std::string_view t, size_t i)
 
 } // namespace
 
+uint32_t line_index::line_of(size_t offset) const
+{
+    offset = std::min(offset, text_.size());
+    return static_cast<uint32_t>(std::upper_bound(starts_.begin(), starts_.end(), offset) -
+                                 starts_.begin() - 1);
+}
+
 position line_index::at(size_t offset) const
 {
     offset = std::min(offset, text_.size());
-    const size_t line = static_cast<size_t>(
-        std::upper_bound(starts_.begin(), starts_.end(), offset) - starts_.begin() - 1);
+    const size_t line = line_of(offset);
     uint32_t ch = 0;
     for (size_t i = starts_[line]; i < offset; i += char_len(text_, i))
         ch += units(static_cast<unsigned char>(text_[i]));

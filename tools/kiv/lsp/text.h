@@ -33,6 +33,7 @@ class line_index
   public:
     explicit line_index(std::string_view text);
     position at(size_t offset) const;
+    uint32_t line_of(size_t offset) const; // at(offset).line, without counting characters
     size_t offset(position p) const;
     range of(const src_span &s) const; // none: the first character of the text
 

@@ -211,7 +211,7 @@ token lexer::next()
         tok.begin = here();
         size_t start = i_;
         tok.kind = c < 0 ? tk::eof : read();
-        if (tok.kind == tk::long_comment)
+        if (tok.kind == tk::long_comment && !long_comments_)
             continue;
         tok.end = tok.kind == tk::bad ? tok.begin : here();
         tok.text = t_.substr(start, i_ - start);

@@ -14,7 +14,7 @@ namespace kivtool
 {
 
 // Token kinds: bad is a token that cannot be read, comment a short comment
-// (long ones are skipped, long_comment only tells next() so); other is any
+// (long ones are skipped unless kept, long_comment tells next() so); other is any
 // other operator or punctuation, kw_other any other keyword.
 enum class tk : uint8_t {
     eof,
@@ -80,6 +80,9 @@ class lexer
     // The next token: eof at the end of the text, bad when one cannot be
     // read (then its begin is where it starts).
     token next();
+    // Long comments come out of next() as long_comment tokens from now on
+    // (the editor's folding of comments); otherwise they are skipped.
+    void keep_long_comments() { long_comments_ = true; }
     src_pos here() const { return {line_, uint32_t(i_ - line_start_ + 1), uint32_t(i_)}; }
     // The end of the text, its line breaks after the current point counted.
     src_pos end_of_text();
@@ -107,6 +110,7 @@ class lexer
     uint32_t line_ = 1;
     size_t line_start_ = 0;
     std::string value_;
+    bool long_comments_ = false;
 };
 
 } // namespace kivtool

@@ -4,7 +4,8 @@
 // of a planted mistake, applied, giving back the shipped text; and in
 // scripts whose tables helpers build (tools/kiv/tests/lsp/helper_built.lua
 // and the examples), definitions, symbols and quick fixes at the places
-// the tables were written.
+// the tables were written, references and definitions that agree both
+// ways, and folding ranges that nest.
 #include <gtest/gtest.h>
 
 #include <set>
@@ -20,6 +21,7 @@
 #include "lsp/assist.h"
 #include "lsp/rpc.h"
 #include "lsp/server.h"
+#include "model/lex.h"
 
 using namespace kivtool::lsp;
 using LspSession = kivtest::Settings;
@@ -734,4 +736,101 @@ TEST(LspServe, WhatCannotBeReadIsToldToTheClient)
     EXPECT_EQ(rc, 1);
     for (int fd : {to_server[0], to_server[1], from_server[0], from_server[1]})
         close(fd);
+}
+
+namespace
+{
+
+std::vector<std::string> navigated_scripts()
+{
+    std::vector<std::string> files = {std::string(KIV_SOURCE_DIR) + "/" + HELPER_BUILT};
+    for (const auto &e : std::filesystem::directory_iterator(kivtest::example("")))
+        if (e.path().extension() == ".lua")
+            files.push_back(e.path().string());
+    return files;
+}
+
+// A definition's answer as a list of locations.
+json locations(const json &j)
+{
+    return j.is_null() ? json::array() : j.is_array() ? j : json::array({j});
+}
+
+} // namespace
+
+// References and definitions agree both ways in every shipped example and
+// in the script whose tables helpers build: asked at every name, string and
+// brace, where definition leads is what references with the declaration
+// give first, and every place references give leads back there.
+TEST_F(LspSession, ReferencesAndDefinitionsAgreeBothWays)
+{
+    int asked = 0, named = 0;
+    for (const std::string &file : navigated_scripts()) {
+        SCOPED_TRACE(file);
+        const std::string text = kivtest::read_file(file);
+        session s;
+        s.initialize();
+        s.open("file:///ws/x.lua", text);
+        kivtool::lexer lx(text);
+        for (kivtool::token t = lx.next(); t.kind != kivtool::tk::eof && t.kind != kivtool::tk::bad;
+             t = lx.next()) {
+            if (t.kind != kivtool::tk::name && t.kind != kivtool::tk::string &&
+                t.kind != kivtool::tk::lbrace && t.kind != kivtool::tk::number)
+                continue;
+            const json at = position_json(text, t.begin.offset + (t.kind == kivtool::tk::string));
+            const json refs =
+                s.ask("textDocument/references",
+                      {{"position", at}, {"context", {{"includeDeclaration", true}}}});
+            if (refs.empty())
+                continue;
+            SCOPED_TRACE(std::string(t.text) + " at line " + std::to_string(t.begin.line));
+            ++asked;
+            const json decl = locations(s.ask("textDocument/definition", {{"position", at}}));
+            ASSERT_FALSE(decl.empty());
+            ASSERT_LE(decl.size(), refs.size());
+            for (size_t i = 0; i < decl.size(); ++i)
+                EXPECT_EQ(refs[i], decl[i]);
+            for (size_t i = decl.size(); i < refs.size(); ++i, ++named) {
+                const json back = locations(
+                    s.ask("textDocument/definition", {{"position", refs[i]["range"]["start"]}}));
+                for (const json &d : decl)
+                    EXPECT_NE(std::find(back.begin(), back.end(), d), back.end())
+                        << refs[i].dump() << " leads to " << back.dump();
+            }
+        }
+    }
+    EXPECT_GE(asked, 120);
+    EXPECT_GE(named, 150);
+}
+
+// Folding ranges in every shipped example: sorted, one per start line, each
+// over more than one line, nested or apart; every table over several lines
+// starts one.
+TEST_F(LspSession, FoldingRangesNest)
+{
+    for (const std::string &file : navigated_scripts()) {
+        SCOPED_TRACE(file);
+        const std::string text = kivtest::read_file(file);
+        session s;
+        s.initialize();
+        s.open("file:///ws/x.lua", text);
+        const json folds = s.ask("textDocument/foldingRange", json::object());
+        std::set<uint32_t> starts;
+        for (size_t i = 0; i < folds.size(); ++i) {
+            const uint32_t b = folds[i]["startLine"], e = folds[i]["endLine"];
+            EXPECT_LT(b, e);
+            EXPECT_TRUE(starts.insert(b).second) << b;
+            for (size_t j = 0; j < i; ++j) {
+                const uint32_t ob = folds[j]["startLine"], oe = folds[j]["endLine"];
+                EXPECT_LT(ob, b);
+                EXPECT_TRUE(b > oe || e <= oe) << b << "-" << e << " across " << ob << "-" << oe;
+            }
+        }
+        const line_index lines(text);
+        for (const kivtool::src_constructor &c : kivtool::scan_source(text).constructors) {
+            const uint32_t b = lines.at(c.span.begin.offset).line;
+            const bool several = lines.at(c.span.end.offset).line > b + 1;
+            EXPECT_TRUE(!several || starts.count(b)) << c.span.begin.line;
+        }
+    }
 }
