@@ -1,6 +1,7 @@
 #include "lsp/server.h"
 
 #include "lsp/assist.h"
+#include "lsp/hints.h"
 
 #include <algorithm>
 
@@ -17,6 +18,8 @@ enum : int {
     INVALID_PARAMS = -32602,
     INTERNAL_ERROR = -32603,
     SERVER_NOT_INITIALIZED = -32002,
+    REQUEST_CANCELLED = -32800,
+    REQUEST_FAILED = -32803,
 };
 
 // A request whose parameters are not what the protocol says.
@@ -39,13 +42,17 @@ std::string text_member(const json &j, const char *name)
     return v.get<std::string>();
 }
 
-position position_of(const json &params)
+position place_of(const json &p)
 {
-    const json &p = member(params, "position");
     const json &l = member(p, "line"), &c = member(p, "character");
     if (!l.is_number_unsigned() || !c.is_number_unsigned())
-        throw bad_params("position is not two unsigned numbers");
+        throw bad_params("a position is not two unsigned numbers");
     return {l.get<uint32_t>(), c.get<uint32_t>()};
+}
+
+position position_of(const json &params)
+{
+    return place_of(member(params, "position"));
 }
 
 // Whether the parameters of `initialize` announce a capability: true at
@@ -92,12 +99,13 @@ std::shared_ptr<const analysis> run_check(const check_job &job)
     auto a = std::make_shared<analysis>();
     a->uri = job.uri;
     a->version = job.version;
+    a->config = job.config;
     a->model = load_model_text(job.file, job.text, {1});
-    a->findings = findings_of(a->model, false);
+    a->findings = findings_of(a->model, false, job.disabled);
     return a;
 }
 
-server::server(sink send, server_options opt) : send_(std::move(send)), opt_(opt) {}
+server::server(sink send, server_options opt) : send_(std::move(send)), opt_(opt), base_(opt) {}
 
 json server::respond(const json &id, json result)
 {
@@ -162,8 +170,13 @@ void server::request(const json &id, const std::string &method, const json &para
                {"hoverProvider", true},
                {"codeActionProvider", {{"codeActionKinds", json::array({"quickfix"})}}},
                {"documentSymbolProvider", true},
-               {"definitionProvider", true}}},
+               {"definitionProvider", true},
+               {"inlayHintProvider", true},
+               {"diagnosticProvider",
+                {{"interFileDependencies", false}, {"workspaceDiagnostics", false}}}}},
              {"serverInfo", {{"name", "kiv"}, {"version", KIV_TOOL_VERSION}}}}));
+        if (params.contains("initializationOptions"))
+            configure(params["initializationOptions"], true);
         return;
     }
     if (!initialized_) {
@@ -181,7 +194,8 @@ void server::request(const json &id, const std::string &method, const json &para
     }
     static const std::string DOC_METHODS[] = {
         "textDocument/completion",     "textDocument/hover",      "textDocument/codeAction",
-        "textDocument/documentSymbol", "textDocument/definition",
+        "textDocument/documentSymbol", "textDocument/definition", "textDocument/inlayHint",
+        "textDocument/diagnostic",
     };
     if (std::find(std::begin(DOC_METHODS), std::end(DOC_METHODS), method) ==
         std::end(DOC_METHODS)) {
@@ -203,7 +217,20 @@ void server::request(const json &id, const std::string &method, const json &para
         result = code_actions(*d, params);
     else if (method == "textDocument/documentSymbol")
         result = document_symbols(*d);
-    else
+    else if (method == "textDocument/inlayHint")
+        result = inlay_hints(*d, {place_of(member(member(params, "range"), "start")),
+                                  place_of(member(member(params, "range"), "end"))});
+    else if (method == "textDocument/diagnostic") {
+        // Answered once the text as it is now has been checked.
+        const json &prev =
+            params.contains("previousResultId") ? params["previousResultId"] : json();
+        const std::string previous = prev.is_string() ? prev.get<std::string>() : "";
+        if (!d->checked) {
+            docs_[uri].pulls.emplace_back(id, previous);
+            return;
+        }
+        result = pulled(*d, previous);
+    } else
         result = definition(*d, position_of(params));
     send_(respond(id, std::move(result)));
 }
@@ -220,7 +247,9 @@ void server::notification(const std::string &method, const json &params)
         const json &td = member(params, "textDocument");
         const std::string uri = text_member(td, "uri");
         document &d = docs_[uri];
+        auto pulls = std::move(d.pulls); // answered by the check of the new text
         d = {};
+        d.pulls = std::move(pulls);
         d.uri = uri;
         d.file = file_of_uri(uri);
         d.text = text_member(td, "text");
@@ -258,10 +287,24 @@ void server::notification(const std::string &method, const json &params)
         changed(it->second);
     } else if (method == "textDocument/didClose") {
         const std::string uri = text_member(member(params, "textDocument"), "uri");
+        if (auto it = docs_.find(uri); it != docs_.end())
+            for (const auto &[id, previous] : it->second.pulls)
+                send_(fail(id, REQUEST_FAILED, "the document was closed"));
         if (docs_.erase(uri))
             send_({{"jsonrpc", "2.0"},
                    {"method", "textDocument/publishDiagnostics"},
                    {"params", {{"uri", uri}, {"diagnostics", json::array()}}}});
+    } else if (method == "workspace/didChangeConfiguration") {
+        configure(member(params, "settings"), false);
+    } else if (method == "$/cancelRequest") {
+        const json &id = member(params, "id");
+        for (auto &[uri, d] : docs_)
+            std::erase_if(d.pulls, [&](const auto &p) {
+                if (p.first != id)
+                    return false;
+                send_(fail(id, REQUEST_CANCELLED, "cancelled"));
+                return true;
+            });
     }
 }
 
@@ -269,11 +312,17 @@ void server::changed(document &d)
 {
     d.scanned.reset();
     d.dirty = true;
+    d.checked = false;
     d.due = clock::now() + opt_.debounce;
     if (!opt_.inline_checks)
         return;
     d.dirty = false;
-    finish(run_check({d.uri, d.file, d.version, d.text}));
+    finish(run_check(job_of(d)));
+}
+
+check_job server::job_of(const document &d) const
+{
+    return {d.uri, d.file, d.version, d.text, opt_.disabled, config_};
 }
 
 std::optional<check_job> server::take_due(clock::time_point now, clock::duration *wait)
@@ -284,7 +333,7 @@ std::optional<check_job> server::take_due(clock::time_point now, clock::duration
             continue;
         if (d.due <= now) {
             d.dirty = false;
-            return check_job{d.uri, d.file, d.version, d.text};
+            return job_of(d);
         }
         *wait = std::min(*wait, d.due - now);
     }
@@ -297,7 +346,7 @@ void server::finish(const std::shared_ptr<const analysis> &a)
     if (it == docs_.end())
         return;
     document &d = it->second;
-    if (a->version != d.version || a->model.text != d.text) {
+    if (a->version != d.version || a->config != config_ || a->model.text != d.text) {
         // A stale check: the newer text is checked next, at once.
         d.dirty = true;
         d.due = std::min(d.due, clock::now());
@@ -306,16 +355,34 @@ void server::finish(const std::shared_ptr<const analysis> &a)
     d.last = a;
     if (a->model.ran)
         d.good = a;
+    d.checked = true;
+    d.result_id = std::to_string(++results_);
     publish(d, a.get());
+    for (const auto &[id, previous] : d.pulls)
+        send_(respond(id, pulled(d, previous)));
+    d.pulls.clear();
+}
+
+json server::pulled(const document &d, const std::string &previous) const
+{
+    if (previous == d.result_id)
+        return {{"kind", "unchanged"}, {"resultId", d.result_id}};
+    return {{"kind", "full"}, {"resultId", d.result_id}, {"items", diagnostics(d, *d.last)}};
+}
+
+json server::diagnostics(const document &d, const analysis &a) const
+{
+    json diags = json::array();
+    const line_index lines(a.model.text);
+    for (const finding &f : a.findings)
+        diags.push_back(diagnostic(
+            lines, f, related_information_ ? std::string_view(d.uri) : std::string_view()));
+    return diags;
 }
 
 void server::publish(const document &d, const analysis *a)
 {
-    json diags = json::array();
-    const line_index lines(a->model.text);
-    for (const finding &f : a->findings)
-        diags.push_back(diagnostic(
-            lines, f, related_information_ ? std::string_view(d.uri) : std::string_view()));
+    const json diags = diagnostics(d, *a);
     send_({{"jsonrpc", "2.0"},
            {"method", "textDocument/publishDiagnostics"},
            {"params", {{"uri", d.uri}, {"version", d.version}, {"diagnostics", diags}}}});

@@ -36,7 +36,8 @@ using clock = std::chrono::steady_clock;
 struct analysis {
     std::string uri;
     int64_t version = 0;
-    script_model model; // its text is the text checked
+    uint64_t config = 0; // the settings it was checked with (server::config_)
+    script_model model;  // its text is the text checked
     std::vector<finding> findings;
 };
 
@@ -45,6 +46,8 @@ struct check_job {
     std::string uri, file; // file: the path the messages name
     int64_t version = 0;
     std::string text;
+    std::vector<std::string> disabled{}; // lint rules left out
+    uint64_t config = 0;
 };
 
 // Runs a check (any thread; the library's loads are independent).
@@ -56,6 +59,7 @@ struct server_options {
     std::chrono::milliseconds debounce{40};
     // Checks run inside handle(), at once (the protocol tests).
     bool inline_checks = false;
+    std::vector<std::string> disabled{}; // lint rules left out (the `disable` setting)
 };
 
 struct document {
@@ -65,7 +69,11 @@ struct document {
     // The newest check whose script ran (a buffer being typed often does
     // not parse): what it defines is still what the text defines.
     std::shared_ptr<const analysis> good;
-    bool dirty = true; // changed since its last check began
+    bool dirty = true;     // changed since its last check began
+    bool checked = false;  // `last` is the check of `text` with the settings now
+    std::string result_id; // of `last`'s diagnostics, for a pull that has them already
+    // Pulls of its diagnostics (id, previousResultId) waiting for its check.
+    std::vector<std::pair<json, std::string>> pulls;
     clock::time_point due;
     // The map and line index of `text` as it is now, made by the first
     // request that needs them (assist.cpp) and dropped when the text
@@ -99,6 +107,11 @@ class server
     void notification(const std::string &method, const json &params);
     void changed(document &d);
     void publish(const document &d, const analysis *a);
+    json diagnostics(const document &d, const analysis &a) const;
+    json pulled(const document &d, const std::string &previous) const;
+    check_job job_of(const document &d) const;
+    // Takes initializationOptions or didChangeConfiguration's settings.
+    void configure(const json &settings, bool initial);
     json respond(const json &id, json result);
     json fail(const json &id, int code, const std::string &message);
 
@@ -108,6 +121,9 @@ class server
     bool initialized_ = false, shutdown_ = false, exited_ = false;
     // The client takes a diagnostic's relatedInformation.
     bool related_information_ = false;
+    server_options base_;  // the settings absent from the client's: the command line's
+    uint64_t config_ = 0;  // counts the changes of settings
+    uint64_t results_ = 0; // numbers the checks published
 };
 
 // Serves the protocol: messages read from file descriptor `in`, written to
