@@ -7,6 +7,7 @@
 #include <tuple>
 
 #include "canvas/canvas.h"
+#include "lsp/hints.h"
 #include "lsp/keydocs.h"
 #include "lsp/navigate.h"
 #include "lsp/places.h"
@@ -465,36 +466,13 @@ json location(const view &v, const src_span &s)
 namespace
 {
 
-bool rate_key(std::string_view key)
-{
-    return key == "idsp_fps" || key == "fps" || key == "frame_rate" || key == "max_fps" ||
-           key == "default_fps";
-}
-
 // What the loader stored for the value at a record path, as a line of
 // hover text; "" when the check knows nothing of it.
-std::string stored_text(const analysis &a, const std::string &path, const std::string &key,
-                        const place &p)
+std::string stored_text(const analysis &a, const std::string &path, const place &p)
 {
     const std::string written = a.model.written(p.value);
-    if (rate_key(key) && a.model.cfg) {
-        char *end = nullptr;
-        const long long v = strtoll(written.c_str(), &end, 0);
-        if (written.empty() || *end)
-            return "";
-        const bool hp = a.model.cfg->enable_hp_fps;
-        const bool ceiling = key == "max_fps" || key == "default_fps";
-        std::string s = "With `enable_hp_fps = " + std::string(hp ? "1" : "0") + "`, " + written +
-                        " is " +
-                        (hp ? std::to_string(v / 1000) + "." + std::to_string(v % 1000 / 100) +
-                                  std::to_string(v % 100 / 10) + std::to_string(v % 10)
-                            : std::to_string(v)) +
-                        " frames per second: stored as ";
-        if (ceiling)
-            return s + std::to_string(hp ? v : v * 1000) + " thousandths.";
-        return s + std::to_string(hp ? (v + 999) / 1000 : v) + " whole and " +
-               std::to_string(hp ? v : v * 1000) + " thousandths.";
-    }
+    if (const auto r = rate_at(a.model, path))
+        return rate_sentence(*r, written);
     const auto it = a.model.held.find(path);
     if (it == a.model.held.end())
         return "";
@@ -710,7 +688,7 @@ json hover(const document &d, position p)
     const size_t old = v.to_old(key_begin);
     if (v.a && old != std::string_view::npos)
         if (const auto *n = named_at(*v.a, old)) {
-            std::string s = stored_text(*v.a, n->first, key, n->second);
+            std::string s = stored_text(*v.a, n->first, n->second);
             const size_t dot = n->first.rfind('.');
             const std::string line =
                 dump_line(v.a->model, dot == std::string::npos ? "" : n->first.substr(0, dot), key);
@@ -1125,6 +1103,15 @@ json definition(const document &d, position p)
                 {"range", range_json({v.lines.at(b), v.lines.at(b + w.text.size())})}};
     }
     return nullptr;
+}
+
+std::vector<std::optional<range>> carried(const document &d, const std::vector<src_span> &spans)
+{
+    const view v(d);
+    std::vector<std::optional<range>> out;
+    for (const src_span &s : spans)
+        out.push_back(v.span(s));
+    return out;
 }
 
 } // namespace kivtool::lsp

@@ -9,6 +9,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "lsp/server.h"
 #include "lsp/text.h"
@@ -38,6 +39,10 @@ struct text_fix {
     std::string text, title;
 };
 std::optional<text_fix> fix_of(const script_model &m, const finding &f);
+
+// Where spans of the buffer's last check stand in its text as it is now;
+// none for one where the two texts differ.
+std::vector<std::optional<range>> carried(const document &d, const std::vector<src_span> &spans);
 
 } // namespace kivtool::lsp
 

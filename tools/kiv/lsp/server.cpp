@@ -1,6 +1,7 @@
 #include "lsp/server.h"
 
 #include "lsp/assist.h"
+#include "lsp/hints.h"
 #include "lsp/navigate.h"
 
 #include <algorithm>
@@ -18,6 +19,8 @@ enum : int {
     INVALID_PARAMS = -32602,
     INTERNAL_ERROR = -32603,
     SERVER_NOT_INITIALIZED = -32002,
+    REQUEST_CANCELLED = -32800,
+    REQUEST_FAILED = -32803,
 };
 
 // A request whose parameters are not what the protocol says.
@@ -40,13 +43,17 @@ std::string text_member(const json &j, const char *name)
     return v.get<std::string>();
 }
 
-position position_of(const json &params)
+position place_of(const json &p)
 {
-    const json &p = member(params, "position");
     const json &l = member(p, "line"), &c = member(p, "character");
     if (!l.is_number_unsigned() || !c.is_number_unsigned())
-        throw bad_params("position is not two unsigned numbers");
+        throw bad_params("a position is not two unsigned numbers");
     return {l.get<uint32_t>(), c.get<uint32_t>()};
+}
+
+position position_of(const json &params)
+{
+    return place_of(member(params, "position"));
 }
 
 // The member at the end of `path` ("capabilities", ...) in the parameters
@@ -117,12 +124,13 @@ std::shared_ptr<const analysis> run_check(const check_job &job)
     auto a = std::make_shared<analysis>();
     a->uri = job.uri;
     a->version = job.version;
+    a->config = job.config;
     a->model = load_model_text(job.file, job.text, {1});
-    a->findings = findings_of(a->model, false);
+    a->findings = findings_of(a->model, false, job.disabled);
     return a;
 }
 
-server::server(sink send, server_options opt) : send_(std::move(send)), opt_(opt) {}
+server::server(sink send, server_options opt) : send_(std::move(send)), opt_(opt), base_(opt) {}
 
 json server::respond(const json &id, json result)
 {
@@ -195,8 +203,13 @@ void server::request(const json &id, const std::string &method, const json &para
                {"definitionProvider", true},
                {"referencesProvider", true},
                {"documentHighlightProvider", true},
-               {"foldingRangeProvider", true}}},
+               {"foldingRangeProvider", true},
+               {"inlayHintProvider", true},
+               {"diagnosticProvider",
+                {{"interFileDependencies", false}, {"workspaceDiagnostics", false}}}}},
              {"serverInfo", {{"name", "kiv"}, {"version", KIV_TOOL_VERSION}}}}));
+        if (params.contains("initializationOptions"))
+            configure(params["initializationOptions"], true);
         return;
     }
     if (!initialized_) {
@@ -215,7 +228,8 @@ void server::request(const json &id, const std::string &method, const json &para
     static const std::string DOC_METHODS[] = {
         "textDocument/completion",        "textDocument/hover",        "textDocument/codeAction",
         "textDocument/documentSymbol",    "textDocument/definition",   "textDocument/references",
-        "textDocument/documentHighlight", "textDocument/foldingRange",
+        "textDocument/documentHighlight", "textDocument/foldingRange", "textDocument/inlayHint",
+        "textDocument/diagnostic",
     };
     if (std::find(std::begin(DOC_METHODS), std::end(DOC_METHODS), method) ==
         std::end(DOC_METHODS)) {
@@ -237,7 +251,20 @@ void server::request(const json &id, const std::string &method, const json &para
         result = code_actions(*d, params);
     else if (method == "textDocument/documentSymbol")
         result = document_symbols(*d);
-    else if (method == "textDocument/definition")
+    else if (method == "textDocument/inlayHint")
+        result = inlay_hints(*d, {place_of(member(member(params, "range"), "start")),
+                                  place_of(member(member(params, "range"), "end"))});
+    else if (method == "textDocument/diagnostic") {
+        // Answered once the text as it is now has been checked.
+        const json &prev =
+            params.contains("previousResultId") ? params["previousResultId"] : json();
+        const std::string previous = prev.is_string() ? prev.get<std::string>() : "";
+        if (!d->checked && !d->oversized) {
+            docs_[uri].pulls.emplace_back(id, previous);
+            return;
+        }
+        result = pulled(*d, previous);
+    } else if (method == "textDocument/definition")
         result = definition(*d, position_of(params));
     else if (method == "textDocument/references")
         result = references(*d, position_of(params), declaration_asked(params));
@@ -314,23 +341,28 @@ void server::oversized(std::string_view head)
     // and its one diagnostic says why, until a text that fits comes.
     document &d = docs_[uri];
     const int64_t version = d.version;
+    auto pulls = std::move(d.pulls);
     d = {};
     d.uri = uri;
     d.file = file_of_uri(uri);
     d.version = version;
     d.dirty = false;
-    const json at = {{"line", 0}, {"character", 0}};
+    d.oversized = true;
     send_({{"jsonrpc", "2.0"},
            {"method", "textDocument/publishDiagnostics"},
-           {"params",
-            {{"uri", uri},
-             {"diagnostics",
-              json::array({{{"range", {{"start", at}, {"end", at}}},
-                            {"severity", 1},
-                            {"source", "kiv"},
-                            {"message", "this buffer is larger than the 64 MiB the server takes: "
-                                        "it is not checked, and nothing is answered about it "
-                                        "until its text fits"}}})}}}});
+           {"params", {{"uri", uri}, {"diagnostics", json::array({oversized_diagnostic()})}}}});
+    for (const auto &[id, previous] : pulls)
+        send_(respond(id, pulled(d, previous)));
+}
+
+json server::oversized_diagnostic()
+{
+    const json at = {{"line", 0}, {"character", 0}};
+    return {{"range", {{"start", at}, {"end", at}}},
+            {"severity", 1},
+            {"source", "kiv"},
+            {"message", "this buffer is larger than the 64 MiB the server takes: it is not "
+                        "checked, and nothing is answered about it until its text fits"}};
 }
 
 void server::broken()
@@ -355,7 +387,9 @@ void server::notification(const std::string &method, const json &params)
         const json &td = member(params, "textDocument");
         const std::string uri = text_member(td, "uri");
         document &d = docs_[uri];
+        auto pulls = std::move(d.pulls); // answered by the check of the new text
         d = {};
+        d.pulls = std::move(pulls);
         d.uri = uri;
         d.file = file_of_uri(uri);
         d.text = text_member(td, "text");
@@ -393,10 +427,24 @@ void server::notification(const std::string &method, const json &params)
         changed(it->second);
     } else if (method == "textDocument/didClose") {
         const std::string uri = text_member(member(params, "textDocument"), "uri");
+        if (auto it = docs_.find(uri); it != docs_.end())
+            for (const auto &[id, previous] : it->second.pulls)
+                send_(fail(id, REQUEST_FAILED, "the document was closed"));
         if (docs_.erase(uri))
             send_({{"jsonrpc", "2.0"},
                    {"method", "textDocument/publishDiagnostics"},
                    {"params", {{"uri", uri}, {"diagnostics", json::array()}}}});
+    } else if (method == "workspace/didChangeConfiguration") {
+        configure(member(params, "settings"), false);
+    } else if (method == "$/cancelRequest") {
+        const json &id = member(params, "id");
+        for (auto &[uri, d] : docs_)
+            std::erase_if(d.pulls, [&](const auto &p) {
+                if (p.first != id)
+                    return false;
+                send_(fail(id, REQUEST_CANCELLED, "cancelled"));
+                return true;
+            });
     }
 }
 
@@ -404,11 +452,18 @@ void server::changed(document &d)
 {
     d.scanned.reset();
     d.dirty = true;
+    d.checked = false;
+    d.oversized = false;
     d.due = clock::now() + opt_.debounce;
     if (!opt_.inline_checks)
         return;
     d.dirty = false;
-    finish(run_check({d.uri, d.file, d.version, d.text}));
+    finish(run_check(job_of(d)));
+}
+
+check_job server::job_of(const document &d) const
+{
+    return {d.uri, d.file, d.version, d.text, opt_.disabled, config_};
 }
 
 std::optional<check_job> server::take_due(clock::time_point now, clock::duration *wait)
@@ -419,7 +474,7 @@ std::optional<check_job> server::take_due(clock::time_point now, clock::duration
             continue;
         if (d.due <= now) {
             d.dirty = false;
-            return check_job{d.uri, d.file, d.version, d.text};
+            return job_of(d);
         }
         *wait = std::min(*wait, d.due - now);
     }
@@ -432,7 +487,7 @@ void server::finish(const std::shared_ptr<const analysis> &a)
     if (it == docs_.end())
         return;
     document &d = it->second;
-    if (a->version != d.version || a->model.text != d.text) {
+    if (a->version != d.version || a->config != config_ || a->model.text != d.text) {
         // A stale check: the newer text is checked next, at once.
         d.dirty = true;
         d.due = std::min(d.due, clock::now());
@@ -443,16 +498,36 @@ void server::finish(const std::shared_ptr<const analysis> &a)
         d.good = a;
     if (a->model.ran && a->model.result == 0)
         d.loaded = a;
+    d.checked = true;
+    d.result_id = std::to_string(++results_);
     publish(d, a.get());
+    for (const auto &[id, previous] : d.pulls)
+        send_(respond(id, pulled(d, previous)));
+    d.pulls.clear();
+}
+
+json server::pulled(const document &d, const std::string &previous) const
+{
+    if (d.oversized)
+        return {{"kind", "full"}, {"items", json::array({oversized_diagnostic()})}};
+    if (previous == d.result_id)
+        return {{"kind", "unchanged"}, {"resultId", d.result_id}};
+    return {{"kind", "full"}, {"resultId", d.result_id}, {"items", diagnostics(d, *d.last)}};
+}
+
+json server::diagnostics(const document &d, const analysis &a) const
+{
+    json diags = json::array();
+    const line_index lines(a.model.text);
+    for (const finding &f : a.findings)
+        diags.push_back(diagnostic(
+            lines, f, related_information_ ? std::string_view(d.uri) : std::string_view()));
+    return diags;
 }
 
 void server::publish(const document &d, const analysis *a)
 {
-    json diags = json::array();
-    const line_index lines(a->model.text);
-    for (const finding &f : a->findings)
-        diags.push_back(diagnostic(
-            lines, f, related_information_ ? std::string_view(d.uri) : std::string_view()));
+    const json diags = diagnostics(d, *a);
     send_({{"jsonrpc", "2.0"},
            {"method", "textDocument/publishDiagnostics"},
            {"params", {{"uri", d.uri}, {"version", d.version}, {"diagnostics", diags}}}});

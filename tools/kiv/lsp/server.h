@@ -43,7 +43,8 @@ struct index;
 struct analysis {
     std::string uri;
     int64_t version = 0;
-    script_model model; // its text is the text checked
+    uint64_t config = 0; // the settings it was checked with (server::config_)
+    script_model model;  // its text is the text checked
     std::vector<finding> findings;
     // The pipeline's objects and their places (navigate.cpp), made by the
     // first request that needs them, on the server's thread.
@@ -55,6 +56,8 @@ struct check_job {
     std::string uri, file; // file: the path the messages name
     int64_t version = 0;
     std::string text;
+    std::vector<std::string> disabled{}; // lint rules left out
+    uint64_t config = 0;
 };
 
 // Runs a check (any thread; the library's loads are independent).
@@ -66,6 +69,7 @@ struct server_options {
     std::chrono::milliseconds debounce{40};
     // Checks run inside handle(), at once (the protocol tests).
     bool inline_checks = false;
+    std::vector<std::string> disabled{}; // lint rules left out (the `disable` setting)
 };
 
 struct document {
@@ -79,7 +83,14 @@ struct document {
     // `source` fails the load, and the buffers it may name are still those
     // of the last script that loaded.
     std::shared_ptr<const analysis> loaded;
-    bool dirty = true; // changed since its last check began
+    bool dirty = true;    // changed since its last check began
+    bool checked = false; // `last` is the check of `text` with the settings now
+    // Its last text came in a message too large to take: it is not checked
+    // until a text that fits comes (server::oversized).
+    bool oversized = false;
+    std::string result_id; // of `last`'s diagnostics, for a pull that has them already
+    // Pulls of its diagnostics (id, previousResultId) waiting for its check.
+    std::vector<std::pair<json, std::string>> pulls;
     clock::time_point due;
     // The map and line index of `text` as it is now, made by the first
     // request that needs them (assist.cpp) and dropped when the text
@@ -121,6 +132,12 @@ class server
     void notification(const std::string &method, const json &params);
     void changed(document &d);
     void publish(const document &d, const analysis *a);
+    json diagnostics(const document &d, const analysis &a) const;
+    json pulled(const document &d, const std::string &previous) const;
+    static json oversized_diagnostic();
+    check_job job_of(const document &d) const;
+    // Takes initializationOptions or didChangeConfiguration's settings.
+    void configure(const json &settings, bool initial);
     json respond(const json &id, json result);
     json fail(const json &id, int code, const std::string &message);
 
@@ -132,6 +149,9 @@ class server
     bool related_information_ = false;
     // The most folding ranges the client takes (0: any number).
     size_t folding_limit_ = 0;
+    server_options base_;  // the settings absent from the client's: the command line's
+    uint64_t config_ = 0;  // counts the changes of settings
+    uint64_t results_ = 0; // numbers the checks published
 };
 
 // Serves the protocol: messages read from file descriptor `in`, written to

@@ -67,6 +67,9 @@ struct read_table {
     // The evaluator's table at the same path (flow.h), when it computed
     // what the loader found there; null otherwise.
     const flow::table *flowed = nullptr;
+    // An element of `channels` or `streams`: the value of the id that
+    // named its record, where it was written (none when not placed).
+    src_span id_at;
     // The keys no loader read here.
     std::vector<std::string> unread() const;
 };
@@ -114,6 +117,10 @@ struct script_model {
     // What each key of a key table left in its field, by record path (the
     // last store counts, as in the record).
     std::unordered_map<std::string, int64_t> held;
+    // The integer the loader took for each integer key it found, before
+    // any field's width, by record path (the last one counts): what a key
+    // whose field is computed from it (a frame rate) was given.
+    std::unordered_map<std::string, int64_t> given;
     // Values the loader could not take as their key's type, and integers
     // their field could not hold, found while reading: {path, message}.
     struct slip {

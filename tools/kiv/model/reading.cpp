@@ -725,12 +725,15 @@ void reading::check_type(lua_State *L, frame &f, const char *name, int32_t index
             return;
         }
         f.given[key] = v;
+        m_.given[path] = v;
         if (element || !name || strcmp(name, "id") != 0 ||
             (f.kind != tkind::channel && f.kind != tkind::stream))
             return;
         const bool chan = f.kind == tkind::channel;
         f.rec = indexed(chan ? "channels" : "streams", v);
         m_.tables[f.index].path = f.rec;
+        if (cur_.present)
+            m_.tables[f.index].id_at = cur_.value;
         note_place(f.rec, f.self);
         note_place(joined(f.rec, "id"), cur_);
         ids_[chan ? 0 : 1].push_back({v, cur_.where});

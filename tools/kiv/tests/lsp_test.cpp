@@ -19,6 +19,7 @@
 
 #include "kiv_test.h"
 #include "lsp/assist.h"
+#include "lsp/hints.h"
 #include "lsp/rpc.h"
 #include "lsp/server.h"
 #include "model/lex.h"
@@ -720,6 +721,12 @@ TEST(LspServe, WhatCannotBeReadIsToldToTheClient)
     EXPECT_EQ(m["id"], "big");
     EXPECT_EQ(m["error"]["code"], -32600);
     writer.join();
+    // A pull says the same as the push.
+    send({{"jsonrpc", "2.0"},
+          {"id", 5},
+          {"method", "textDocument/diagnostic"},
+          {"params", {{"textDocument", {{"uri", uri}}}}}});
+    EXPECT_NE(next("")["result"]["items"].dump().find("not checked"), std::string::npos);
     // A text that fits is checked again.
     send({{"jsonrpc", "2.0"},
           {"method", "textDocument/didChange"},
@@ -833,4 +840,134 @@ TEST_F(LspSession, FoldingRangesNest)
             EXPECT_TRUE(!several || starts.count(b)) << c.span.begin.line;
         }
     }
+}
+
+// The inlay hints of every shipped example: none, but where the loader
+// really stores another value than the one written.  Each hint is listed
+// as `written → label`, with why it is a change.
+TEST_F(LspSession, ExamplesGetHintsOnlyWhereAValueChanges)
+{
+    const std::map<std::string, std::vector<std::string>> expected = {
+        // enable_hp_fps = 1: 29.970 and 14.985 fps keep their thousandths, but
+        // the whole rate is rounded up to 30 and 15.
+        {"hdr_virtual_mode.lua",
+         {"fps = 29970 → 30 whole, 29970 thousandths",
+          "idsp_fps = 29970 → 30 whole, 29970 thousandths",
+          "frame_rate = 29970 → 30 whole, 29970 thousandths",
+          "frame_rate = 14985 → 15 whole, 14985 thousandths"}},
+    };
+    int files = 0;
+    for (const auto &e : std::filesystem::directory_iterator(kivtest::example(""))) {
+        if (e.path().extension() != ".lua")
+            continue;
+        ++files;
+        const std::string name = e.path().filename().string();
+        document d;
+        d.uri = "file:///ws/x.lua";
+        d.text = kivtest::read_file(e.path().string());
+        d.last = run_check({d.uri, name, 1, d.text});
+        const line_index lines(d.text);
+        std::vector<std::string> got;
+        for (const json &h : inlay_hints(d, {{0, 0}, {1u << 30, 0}})) {
+            // The value hinted and its key: back to the field's start.
+            const size_t at = lines.offset({h["position"]["line"].get<uint32_t>(),
+                                            h["position"]["character"].get<uint32_t>()});
+            const size_t from = d.text.find_last_of("{,\t\n", at - 1) + 1;
+            got.push_back(d.text.substr(from, at - from) + " " + h["label"].get<std::string>());
+            for (char &c : got.back())
+                c = c == '\t' ? ' ' : c;
+            got.back().erase(0, got.back().find_first_not_of(' '));
+        }
+        const auto it = expected.find(name);
+        EXPECT_EQ(got, it == expected.end() ? std::vector<std::string>{} : it->second) << name;
+    }
+    EXPECT_GE(files, 7);
+}
+
+// A pull of the diagnostics of a text not checked yet is answered when its
+// check finishes: not by a check of an older text, nor by one of older
+// settings; a pull of a document closed meanwhile, or cancelled, gets an
+// error.  The debounce of initializationOptions holds the checks back.
+TEST(LspPull, APullWaitsForTheCheckOfTheTextAsItIsNow)
+{
+    std::vector<json> sent;
+    server srv([&](const json &m) { sent.push_back(m); }, {std::chrono::milliseconds(40), false});
+    const std::string uri = "file:///ws/a.lua";
+    const std::string shipped = kivtest::read_file(kivtest::example("single_1080p.lua"));
+    const std::string misspelt = std::regex_replace(shipped, std::regex("mctf_cmpr"), "mctf_cmp");
+    auto send = [&](const std::string &method, json params, json id = nullptr) {
+        sent.clear();
+        json m = {{"jsonrpc", "2.0"}, {"method", method}, {"params", std::move(params)}};
+        if (!id.is_null())
+            m["id"] = id;
+        srv.handle(m);
+    };
+    auto change = [&](const std::string &text) {
+        send("textDocument/didChange",
+             {{"textDocument", {{"uri", uri}}}, {"contentChanges", {{{"text", text}}}}});
+    };
+    auto pull = [&](int id) {
+        send("textDocument/diagnostic", {{"textDocument", {{"uri", uri}}}}, id);
+    };
+    auto answer = [&](int id) -> json {
+        for (const json &m : sent)
+            if (m.value("id", 0) == id)
+                return m;
+        return nullptr;
+    };
+    auto published = [&]() -> json {
+        for (const json &m : sent)
+            if (m.value("method", "") == "textDocument/publishDiagnostics")
+                return m["params"]["diagnostics"];
+        return nullptr;
+    };
+    const auto later = clock::now() + std::chrono::seconds(6);
+    clock::duration wait;
+    auto check = [&] {
+        const auto job = srv.take_due(later, &wait);
+        EXPECT_TRUE(job);
+        return run_check(job.value_or(check_job{}));
+    };
+
+    send("initialize",
+         {{"capabilities", json::object()}, {"initializationOptions", {{"debounce", 5000}}}}, 1);
+    send("textDocument/didOpen",
+         {{"textDocument", {{"uri", uri}, {"version", 1}, {"text", misspelt}}}});
+    pull(2);
+    EXPECT_TRUE(sent.empty());
+    EXPECT_FALSE(srv.take_due(clock::now(), &wait));
+    EXPECT_GT(wait, std::chrono::seconds(4));
+    // A change while the check runs: the check is dropped, the pull waits on.
+    auto stale = check();
+    change(misspelt + "\n");
+    srv.finish(stale);
+    EXPECT_TRUE(published().is_null());
+    EXPECT_TRUE(answer(2).is_null());
+    srv.finish(check());
+    ASSERT_FALSE(published().is_null());
+    EXPECT_EQ(answer(2)["result"]["kind"], "full");
+    EXPECT_EQ(answer(2)["result"]["items"], published());
+    EXPECT_EQ(published()[0]["code"], "unknown-key");
+
+    // New settings while a check runs: it is dropped; the next leaves out
+    // the rule, with the debounce of initialize still.
+    change(misspelt);
+    stale = check();
+    send("workspace/didChangeConfiguration", {{"settings", {{"disable", {"unknown-key"}}}}});
+    EXPECT_FALSE(srv.take_due(clock::now(), &wait));
+    EXPECT_GT(wait, std::chrono::seconds(4));
+    pull(3);
+    srv.finish(stale);
+    EXPECT_TRUE(published().is_null());
+    srv.finish(check());
+    EXPECT_EQ(published(), json::array());
+    EXPECT_EQ(answer(3)["result"]["items"], json::array());
+
+    change(shipped);
+    pull(4);
+    pull(5);
+    send("$/cancelRequest", {{"id", 5}});
+    EXPECT_EQ(answer(5)["error"]["code"], -32800);
+    send("textDocument/didClose", {{"textDocument", {{"uri", uri}}}});
+    EXPECT_EQ(answer(4)["error"]["code"], -32803);
 }
