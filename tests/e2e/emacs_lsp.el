@@ -189,8 +189,8 @@
 ;; References: M-? on that table lists the canvases that take it (with
 ;; RET at its prompt: the identifier at point).
 (kiv-e2e-step
- (if (not (kiv-e2e--capable :referencesProvider))
-     (message "kiv-e2e: the server does not announce references: their check is skipped")
+ (progn
+   (kiv-e2e--check (kiv-e2e--capable :referencesProvider) "the server announces references" nil)
    (kiv-e2e--goto (kiv-e2e--expect :definition-target) "main")
    (let* ((xrefs (let ((xref-show-xrefs-function (lambda (fetcher _) (funcall fetcher))))
                    (xref-find-references (xref-backend-identifier-at-point (xref-find-backend)))))

@@ -209,6 +209,21 @@ local function run_one()
   check(target and (loc.uri or loc.targetUri) == uri and buf_line(buf, target.start.line):find(def.target_has, 1, true),
     'definition of ' .. def.on .. ' at the line with ' .. vim.inspect(def.target_has), loc)
 
+  -- References: back from that buffer's table to the canvas that binds it.
+  if target then
+    local refs = request(buf, client_id, 'textDocument/references', {
+      textDocument = doc,
+      position = target.start,
+      context = { includeDeclaration = false },
+    })
+    local lines = {}
+    for _, r in ipairs(refs or {}) do
+      table.insert(lines, buf_line(buf, r.range.start.line))
+    end
+    check(#lines == 1 and lines[1]:find(def.line_has, 1, true),
+      'references of the table of ' .. def.on .. ': the line with ' .. vim.inspect(def.line_has), lines)
+  end
+
   -- The quick fix of the finding, applied: the line reads as in the example.
   local lsp_diag = {
     range = { start = { line = d.lnum, character = d.col }, ['end'] = { line = d.end_lnum, character = d.end_col } },

@@ -41,4 +41,4 @@ session run_one single_1080p.lua
 session run_two -O single_1080p.lua other.lua
 check_left_alone single_1080p.lua other.lua
 echo "kiv lsp in Neovim with the setup of docs/editors.md: diagnostics, completion, hover, definition," \
-    "quick fix and clearing pass; two scripts share one server"
+    "references, quick fix and clearing pass; two scripts share one server"
