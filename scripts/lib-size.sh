@@ -1,12 +1,13 @@
 #!/usr/bin/env bash
 # The stripped size of the shared library and what it needs at run time.
-#   scripts/lib-size.sh [BUILD_DIR]   (default: a RelWithDebInfo build in build-size)
+#   scripts/lib-size.sh [BUILD_DIR]   (default: a Release build in build-size, the build
+#                                      users get from run-example.sh and the packages)
 set -euo pipefail
 cd "$(dirname "$0")/.."
 build=${1:-}
 if [ -z "$build" ]; then
     build=build-size
-    cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKIV_BUILD_TESTS=OFF \
+    cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DKIV_BUILD_TESTS=OFF \
         >/dev/null
     cmake --build "$build" --target kiv >/dev/null
 fi
