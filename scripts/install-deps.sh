@@ -16,7 +16,7 @@ native=$(dpkg --print-architecture)
 arch=$native
 build=(cmake ninja-build g++ pkg-config liblua5.3-dev libcli11-dev nlohmann-json3-dev)
 test=(clang libclang-rt-14-dev valgrind libgtest-dev googletest libbenchmark-dev binutils librsvg2-bin
-      libpng-dev neovim help2man bash-completion zsh chromium)
+      libpng-dev neovim help2man bash-completion zsh chromium git pre-commit)
 # Installed without what they recommend: Emacs's would bring a mail system
 # (mailutils and a mail transport agent) that no test uses.
 lean=(emacs-nox elpa-eglot elpa-lua-mode)

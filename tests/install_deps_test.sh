@@ -13,10 +13,10 @@ mkdir "$work/bin"
 
 # Installed packages, one NAME:ARCH per line.
 for p in cmake ninja-build g++ clang libclang-rt-14-dev valgrind pkg-config libbenchmark-dev \
-         binutils libpng-dev librsvg2-bin neovim help2man zsh chromium emacs-nox; do
+         binutils libpng-dev librsvg2-bin neovim help2man zsh chromium emacs-nox git; do
     echo "$p:amd64"
 done >"$work/installed"
-printf '%s\n' elpa-eglot:all elpa-lua-mode:all googletest:all libcli11-dev:all nlohmann-json3-dev:all bash-completion:all liblua5.3-dev:arm64 \
+printf '%s\n' pre-commit:all elpa-eglot:all elpa-lua-mode:all googletest:all libcli11-dev:all nlohmann-json3-dev:all bash-completion:all liblua5.3-dev:arm64 \
     libgtest-dev:arm64 >>"$work/installed"
 
 cat >"$work/bin/dpkg-query" <<EOF
