@@ -3,6 +3,8 @@
 #   scripts/install-deps.sh build             what building the library and the tool needs
 #   scripts/install-deps.sh test              that, and what the tests, benchmarks and fuzzers
 #                                             run (editors, a browser, sanitizer runtimes, ...)
+#   scripts/install-deps.sh package           the build's, and what building the Debian
+#                                             packages and checking them needs
 #   scripts/install-deps.sh ARCH PACKAGE...   the given packages for ARCH (e.g. arm64),
 #                                             adding ARCH to dpkg when it is foreign
 # The main job (run-example.sh) asks for the build only: a fresh machine that
@@ -20,7 +22,12 @@ test=(clang libclang-rt-14-dev valgrind libgtest-dev googletest libbenchmark-dev
 # Installed without what they recommend: Emacs's would bring a mail system
 # (mailutils and a mail transport agent) that no test uses.
 lean=(emacs-nox elpa-eglot elpa-lua-mode)
+package=(debhelper dpkg-dev lintian help2man git mmdebstrap)
 case ${1:-} in
+    package)
+        packages=("${build[@]}" "${package[@]}")
+        lean=()
+        ;;
     build)
         packages=("${build[@]}")
         lean=()
@@ -29,7 +36,7 @@ case ${1:-} in
         packages=("${build[@]}" "${test[@]}")
         ;;
     '' | -*)
-        echo "usage: scripts/install-deps.sh build|test|ARCH PACKAGE..." >&2
+        echo "usage: scripts/install-deps.sh build|test|package|ARCH PACKAGE..." >&2
         exit 2
         ;;
     *)

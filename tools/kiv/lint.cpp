@@ -31,8 +31,13 @@ void add_lint(CLI::App &app, int &rc)
     std::vector<std::string> ids;
     for (const rule &r : all_rules())
         ids.push_back(r.id);
-    sub->add_option("--disable", opt->disabled, "Leave out the findings of rule ID (repeatable)")
-        ->check(CLI::IsMember(ids));
+    // The rules are listed in docs/lint.md rather than in the option's
+    // type: their list would make one line too long for a terminal or a
+    // manual page.  An unknown one is still refused, naming the known.
+    sub->add_option("--disable", opt->disabled,
+                    "Leave out the findings of rule RULE (repeatable; the rules: docs/lint.md)")
+        ->type_name("RULE")
+        ->check(CLI::IsMember(ids).description(""));
     sub->add_option("--error-on", opt->error_on,
                     "The lowest severity that makes the exit code 1: warning (default) or error")
         ->check(CLI::IsMember({"warning", "error"}));
