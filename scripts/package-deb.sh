@@ -16,7 +16,7 @@ arch=${1:-$(dpkg --print-architecture)}
 native=$(dpkg --print-architecture)
 scripts/install-deps.sh package
 if [ "$arch" != "$native" ]; then
-    scripts/install-deps.sh "$native" g++-aarch64-linux-gnu
+    scripts/install-deps.sh "$native" g++-aarch64-linux-gnu qemu-user file
     scripts/install-deps.sh "$arch" liblua5.3-dev
 fi
 version=$(sed -n 's/^project(kiv VERSION \([0-9.]*\).*/\1/p' CMakeLists.txt)
