@@ -3,8 +3,9 @@
 # library in src/ or include/, or to the tool in tools/) alone, builds, runs
 # the suite, and says whether a test caught it; the sources are restored
 # after each.
-#   scripts/mutate.sh [PATTERN]          every fault whose description holds
-#                                        PATTERN (all without one), the whole suite
+#   scripts/mutate.sh [PATTERN]          every fault whose description or file
+#                                        holds PATTERN (all without one: tools/
+#                                        takes the tool's), the whole suite
 #   scripts/mutate.sh --quick [PATTERN]  the faults of the tool only, each
 #                                        against the tool's tests (below)
 # Prints "caught" or "MISSED" per fault and a closing "N caught, M missed".
@@ -60,7 +61,7 @@ for line in open('scripts/mutations.txt'):
     if not line or line.startswith('#'):
         continue
     path, find, repl, what = line.split('\t')
-    if (pattern and pattern not in what) or (quick and not path.startswith('tools/')):
+    if (pattern and pattern not in what and pattern not in path) or (quick and not path.startswith('tools/')):
         continue
     find, repl = unescape(find), unescape(repl)
     text = open(path).read()
