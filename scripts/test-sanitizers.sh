@@ -30,7 +30,7 @@ cmake --build build-tsan -j "$jobs" --target kiv_tests kiv_tool_tests
 TSAN_OPTIONS=halt_on_error=1 build-tsan/tests/kiv_tests --gtest_filter='Threads.*:Any.AThread*' \
     --gtest_brief=1
 TSAN_OPTIONS=halt_on_error=1 build-tsan/tools/kiv/tests/kiv_tool_tests --gtest_brief=1 \
-    --gtest_filter='Cases.GiveWhatTheirOutFileSays/tool_check:Cases.GiveWhatTheirOutFileSays/tool_lint:LspServe.*'
+    --gtest_filter='Cases.GiveWhatTheirOutFileSays/tool_check:Cases.GiveWhatTheirOutFileSays/tool_lint:Cli.Parallel*:LspServe.*'
 
 # valgrind on the plain debug build of the test command (the wrong-type
 # variants, thousands of loads, the hostile scripts that run to their bounds

@@ -44,6 +44,9 @@ _resource_config_ = { version = 2 }
 _resource_config_ = { version = 2 }
 --- JSON: one object per file, its findings as lint gives them | kiv check --format json {} {prelude} /nonexistent.lua
 _resource_config_ = { version = 2 }
+--- JSON counts a load's errors, warnings and infos apart | json=/0/status,/0/errors,/0/warnings,/0/infos kiv check --format json {}
+-- edit: log_level = 1 => log_level = 5
+-- edit: sensor_ctrl = 1, => sensor_ctrl = 1, srcbuf_to_fusion = 6,
 --- lint reads standard input too | stdin kiv lint --stdin-name board.lua -
 --- and so do show, dump and diff | stdin json=/kiv_version,/version kiv show -q --json -
 --- dump of standard input | stdin grep=version kiv dump -q -

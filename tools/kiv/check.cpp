@@ -121,6 +121,9 @@ void add_check(CLI::App &app, int &rc)
             [&](size_t i) {
                 // A file that cannot be read outweighs one that fails to load.
                 if (opt->format == "json") {
+                    // Said on standard error too, as every error of the tool.
+                    if (!reports[i].readable())
+                        std::cerr << "kiv: " << reports[i].error << '\n';
                     std::cerr << reports[i].raw_log;
                     files.push_back(file_json(reports[i]));
                     worst = std::max(worst, exit_of(reports[i]));

@@ -27,7 +27,9 @@ struct range {
 
 // The starts of the lines of a text, as the editor breaks lines ("\n",
 // "\r\n" or "\r"), for conversions both ways.  Any text and any place can
-// be given: a place past a line's end is its end, past the text its end.
+// be given: a place past a line's end is its end, past the text its end; a
+// place inside a character (between the two units of a surrogate pair, or
+// an offset inside its bytes) is just after it.
 class line_index
 {
   public:

@@ -36,6 +36,134 @@ TEST(Cli, FullStandardOutput)
     EXPECT_EQ(rc, 2);
 }
 
+// The exit code of every subcommand in each condition docs/cli.md names: 0
+// success (diff: no difference), 1 a configuration that fails to load or
+// loads with errors (diff: a difference; lint: a finding at or above
+// --error-on), 2 a usage error or a file that cannot be read, which
+// outweighs a failure in another file whichever comes first.  An exit code
+// 2 comes with a line "kiv: ..." on standard error.
+TEST(Cli, ExitCodesOfEverySubcommand)
+{
+    const std::string ok = kivtest::example("single_1080p.lua");
+    const std::string other = kivtest::example("two_channel_encode_preview.lua");
+    const std::string shipped = kivtest::read_file(ok);
+    auto edited = [&](const char *from, const char *to) {
+        std::string text = shipped;
+        text.replace(text.find(from), strlen(from), to);
+        return kivtest::script(text);
+    };
+    const std::string failed = kivtest::script("_resource_config_ = { version = 2 }\n");
+    const std::string errors = edited("\tsrcbuf_to_fusion = 0,", "\tsrcbuf_to_fusion = 6,");
+    const std::string warning = edited("\tmctf_cmpr = 1,", "\tmctf_cmp = 1,");
+    const std::string calib = kivtest::example("calib_table.lua");
+    const std::string no_calib = kivtest::script("calib_data = {}\n");
+    const std::string missing = "/nonexistent/dir/x.lua";
+    const struct {
+        std::vector<std::string> args;
+        int rc;
+    } rows[] = {
+        {{}, 2},
+        {{"frobnicate"}, 2},
+        {{"--help"}, 0},
+        {{"--version"}, 0},
+        {{"check", "--help"}, 0},
+        {{"check"}, 2},
+        {{"check", "--bogus", ok}, 2},
+        {{"check", ok}, 0},
+        {{"check", failed}, 1},
+        {{"check", errors}, 1},
+        {{"check", warning}, 0},
+        {{"check", failed, ok}, 1},
+        {{"check", missing}, 2},
+        {{"check", missing, failed}, 2},
+        {{"check", failed, missing}, 2},
+        {{"check", "-j", "2", failed, ok, ok}, 1},
+        {{"check", "--format", "json", errors}, 1},
+        {{"check", "--format", "json", failed, missing}, 2},
+        {{"lint", ok}, 0},
+        {{"lint", warning}, 1},
+        {{"lint", "--error-on", "error", warning}, 0},
+        {{"lint", "--error-on", "error", errors}, 1},
+        {{"lint", "--disable", "unknown-key", warning}, 0},
+        {{"lint", "--disable", "no-such-rule", ok}, 2},
+        {{"lint", missing}, 2},
+        {{"lint", missing, warning}, 2},
+        {{"lint", warning, missing}, 2},
+        {{"lint", "--format", "sarif", ok, missing}, 2},
+        {{"lint", "--format", "json", warning}, 1},
+        {{"dump", "-o", "/dev/null", ok}, 0},
+        {{"dump", failed}, 1},
+        {{"dump", missing}, 2},
+        {{"dump", "-o", "/nonexistent/dir/out.lua", ok}, 2},
+        {{"show", ok}, 0},
+        {{"show", failed}, 1},
+        {{"show", missing}, 2},
+        {{"show", calib}, 1},
+        {{"diff", ok, ok}, 0},
+        {{"diff", ok, other}, 1},
+        {{"diff", failed, ok}, 1},
+        {{"diff", failed, missing}, 2},
+        {{"diff", ok}, 2},
+        {{"layout", "-o", "/dev/null", ok}, 0},
+        {{"layout", "-o", "/dev/null", failed}, 1},
+        {{"layout", missing}, 2},
+        {{"layout", "--format", "pdf", ok}, 2},
+        {{"calib", calib}, 0},
+        {{"calib", no_calib}, 1},
+        {{"calib", missing}, 2},
+        {{"hevc", kivtest::example("hevc_default_scaling.lua")}, 0},
+        {{"hevc", missing}, 2},
+        {{"aisp", kivtest::example("custom_aisp.lua")}, 0},
+        {{"aisp", missing}, 2},
+        {{"completion", "bash"}, 0},
+        {{"completion", "fish"}, 2},
+        {{"lsp", "--debounce", "x"}, 2},
+    };
+    for (const auto &r : rows) {
+        std::string line = "kiv";
+        for (const std::string &a : r.args)
+            line += " " + a;
+        SCOPED_TRACE(line);
+        const tooltest::run_result got = tooltest::kiv(r.args);
+        EXPECT_EQ(got.rc, r.rc) << got.err;
+        if (r.rc == 2) {
+            EXPECT_EQ(got.err.rfind("kiv: ", 0), 0u) << got.err;
+        }
+    }
+}
+
+// check and lint with -j N print what -j 1 prints, file by file in the
+// order given, whatever order the loads end in.
+TEST(Cli, ParallelRunsReportInTheOrderGiven)
+{
+    std::string text = kivtest::read_file(kivtest::example("single_1080p.lua"));
+    text.replace(text.find("\tmctf_cmpr"), 10, "\tmctf_cmp");
+    const std::vector<std::string> files = {
+        kivtest::example("three_channel_4k.lua"),
+        kivtest::script(text),
+        "/nonexistent/dir/x.lua",
+        kivtest::script("_resource_config_ = { version = 2 }\n"),
+        kivtest::example("calib_table.lua"),
+        kivtest::example("hdr_virtual_mode.lua")};
+    for (const std::vector<std::string> &command : {std::vector<std::string>{"check"},
+                                                    {"check", "--format", "json"},
+                                                    {"lint"},
+                                                    {"lint", "--format", "sarif"}}) {
+        SCOPED_TRACE(command.back());
+        std::vector<std::string> one = command, three = command;
+        one.insert(one.end(), {"-j", "1"});
+        three.insert(three.end(), {"-j", "3"});
+        one.insert(one.end(), files.begin(), files.end());
+        three.insert(three.end(), files.begin(), files.end());
+        const tooltest::run_result a = tooltest::kiv(one), b = tooltest::kiv(three);
+        EXPECT_EQ(a.rc, 2);
+        EXPECT_EQ(b.rc, a.rc);
+        EXPECT_EQ(b.out, a.out);
+        EXPECT_EQ(b.err, a.err);
+        EXPECT_LT(a.out.find(files[1]), a.out.find(files[3]));
+    }
+}
+
 namespace
 {
 

@@ -14,6 +14,7 @@
 #include <filesystem>
 #include <fstream>
 #include <regex>
+#include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
 
@@ -224,24 +225,34 @@ TEST_F(LspSession, ScriptedSessionsGetTheirAnswers)
     EXPECT_GE(blocks, 5);
 }
 
-// Places both ways: lines broken by "\n", "\r\n" and "\r"; characters
-// counted in UTF-16 units ("é" one, "𝄞" two); places past a line's end.
+// Places both ways, as the editor counts them: lines broken by "\n",
+// "\r\n" and "\r"; characters in UTF-16 units, one for a character of 1, 2
+// or 3 bytes (a, é, €, 中), two for one of 4 (😀, a surrogate pair).  A
+// place past a line's end is its end (before the break), past the text the
+// text's end; a place inside a character (between the units of a pair, or
+// an offset inside its bytes) is after it.
 TEST(LspText, PlacesAsTheEditorCountsThem)
 {
-    const std::string text = "a = 1\r\nb = \"\xC3\xA9\xF0\x9D\x84\x9E\" x\rc\n";
+    const std::string text = "a = 1\r\nb = \"é€中😀\" x\rc\n😀😀";
     const line_index lines(text);
     struct row {
         size_t offset;
         position p;
     };
-    for (const row &r : {row{0, {0, 0}}, row{5, {0, 5}}, row{7, {1, 0}}, row{12, {1, 5}},
-                         row{14, {1, 6}}, row{18, {1, 8}}, row{22, {2, 0}}, row{24, {3, 0}}}) {
+    const row both_ways[] = {
+        {0, {0, 0}},  {5, {0, 5}},  {7, {1, 0}},   {12, {1, 5}},  {14, {1, 6}},
+        {17, {1, 7}}, {20, {1, 8}}, {24, {1, 10}}, {27, {1, 13}}, {28, {2, 0}},
+        {29, {2, 1}}, {30, {3, 0}}, {34, {3, 2}},  {38, {3, 4}},
+    };
+    for (const row &r : both_ways) {
         EXPECT_EQ(lines.at(r.offset), r.p) << r.offset;
-        EXPECT_EQ(lines.offset(r.p), r.offset) << r.offset;
+        EXPECT_EQ(lines.offset(r.p), r.offset) << r.p.line << ":" << r.p.character;
     }
-    EXPECT_EQ(lines.offset({0, 99}), 5u); // past the end of a line: its end
-    EXPECT_EQ(lines.offset({9, 0}), text.size());
-    EXPECT_EQ(lines.at(999), (position{3, 0}));
+    for (const row &r : {row{5, {0, 99}}, row{24, {1, 9}}, row{27, {1, 99}}, row{38, {3, 3}},
+                         row{38, {3, 99}}, row{38, {9, 0}}})
+        EXPECT_EQ(lines.offset(r.p), r.offset) << r.p.line << ":" << r.p.character;
+    for (const row &r : {row{15, {1, 7}}, row{22, {1, 10}}, row{999, {3, 4}}})
+        EXPECT_EQ(lines.at(r.offset), r.p) << r.offset;
 }
 
 TEST(LspText, StringsAroundAPlace)
@@ -384,6 +395,104 @@ TEST(LspServe, TheNewestTextWinsAndTheSessionEnds)
     EXPECT_EQ(rc, 0);
     for (int fd : {to_server[0], to_server[1], from_server[0], from_server[1]})
         close(fd);
+}
+
+// `kiv lsp` as an editor starts it, on pipes: a buffer is checked once it
+// has stayed unchanged for the debounce time (40 ms, or --debounce), from
+// the buffer and not the file; nothing is written beside the script; the
+// exit code is 0 after shutdown and exit, 1 after an exit without shutdown
+// or when the input ends without exit.
+TEST(LspServe, TheProgramDebouncesWritesNothingAndExitsAsTheProtocolSays)
+{
+    char tmpl[] = "/tmp/kivlsp-XXXXXX";
+    ASSERT_NE(mkdtemp(tmpl), nullptr);
+    const std::string dir = tmpl, file = dir + "/cfg.lua";
+    const std::string shipped = kivtest::read_file(kivtest::example("single_1080p.lua"));
+    std::ofstream(file) << shipped;
+    std::string typed = shipped;
+    typed.replace(typed.find("mctf_cmpr"), 9, "mctf_cmp");
+    struct row {
+        std::vector<std::string> args;
+        bool shutdown, exit;
+        int rc;
+        int min_ms, max_ms; // from didOpen to the diagnostics
+    };
+    const row rows[] = {
+        {{"lsp"}, true, true, 0, 40, 1000},
+        {{"lsp", "--debounce", "300"}, false, true, 1, 300, 10000},
+        {{"lsp", "--debounce", "0"}, true, false, 1, 0, 10000},
+    };
+    for (const row &r : rows) {
+        SCOPED_TRACE(r.args.back());
+        int to[2], from[2];
+        ASSERT_EQ(pipe(to), 0);
+        ASSERT_EQ(pipe(from), 0);
+        fflush(nullptr);
+        const pid_t pid = fork();
+        if (pid == 0) {
+            dup2(to[0], 0);
+            dup2(from[1], 1);
+            const int null = open("/dev/null", O_WRONLY);
+            dup2(null, 2);
+            std::vector<char *> argv{const_cast<char *>(KIV_CLI)};
+            for (const std::string &a : r.args)
+                argv.push_back(const_cast<char *>(a.c_str()));
+            argv.push_back(nullptr);
+            for (int fd : {to[0], to[1], from[0], from[1], null})
+                close(fd);
+            execv(KIV_CLI, argv.data());
+            _exit(98);
+        }
+        close(to[0]);
+        close(from[1]);
+        auto send = [&](const json &m) { EXPECT_TRUE(write_message(to[1], m.dump())); };
+        // The next message from the server that `wanted` takes (null at the end).
+        auto receive = [&](const std::function<bool(const json &)> &wanted) {
+            for (std::string body; read_message(from[0], &body) == read_result::message;)
+                if (const json m = json::parse(body); wanted(m))
+                    return m;
+            return json();
+        };
+        send({{"jsonrpc", "2.0"}, {"id", 1}, {"method", "initialize"}, {"params", json::object()}});
+        receive([](const json &m) { return m.contains("id"); });
+        const auto opened = std::chrono::steady_clock::now();
+        send({{"jsonrpc", "2.0"},
+              {"method", "textDocument/didOpen"},
+              {"params",
+               {{"textDocument", {{"uri", "file://" + file}, {"version", 1}, {"text", typed}}}}}});
+        const json diags = receive([](const json &m) {
+            return m.value("method", "") == "textDocument/publishDiagnostics";
+        });
+        const auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(
+                            std::chrono::steady_clock::now() - opened)
+                            .count();
+        EXPECT_GE(ms, r.min_ms);
+        EXPECT_LT(ms, r.max_ms);
+        ASSERT_TRUE(diags.is_object());
+        EXPECT_EQ(diags["params"]["diagnostics"][0]["code"], "unknown-key");
+        if (r.shutdown) {
+            send({{"jsonrpc", "2.0"}, {"id", 2}, {"method", "shutdown"}});
+            EXPECT_EQ(receive([](const json &m) { return m.contains("id"); })["id"], 2);
+        }
+        if (r.exit)
+            send({{"jsonrpc", "2.0"}, {"method", "exit"}});
+        close(to[1]);
+        // Read to the end, so that the next run's pipe starts afresh.
+        std::string rest;
+        while (read_message(from[0], &rest) == read_result::message) {
+        }
+        int status = 0;
+        ASSERT_EQ(waitpid(pid, &status, 0), pid);
+        EXPECT_TRUE(WIFEXITED(status));
+        EXPECT_EQ(WEXITSTATUS(status), r.rc);
+        close(from[0]);
+    }
+    std::vector<std::string> left;
+    for (const auto &e : std::filesystem::directory_iterator(dir))
+        left.push_back(e.path().filename());
+    EXPECT_EQ(left, std::vector<std::string>{"cfg.lua"});
+    EXPECT_EQ(kivtest::read_file(file), shipped);
+    std::filesystem::remove_all(dir);
 }
 
 // Every key written in a table of a shipped example gets its documentation

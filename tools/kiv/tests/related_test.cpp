@@ -186,7 +186,9 @@ TEST(RelatedPlaces, TextJsonAndSarifCountTheirColumnsInCharacters)
 {
     const kivtool::file_report r = report();
     const ordered_json a = kivtool::findings_json({r});
-    const ordered_json results = kivtool::findings_sarif({r})["runs"][0]["results"];
+    const ordered_json run = kivtool::findings_sarif({r})["runs"][0];
+    const ordered_json &results = run["results"];
+    EXPECT_EQ(run["columnKind"], "unicodeCodePoints"); // as counted below
     ASSERT_EQ(a.size(), std::size(ROWS));
     ASSERT_EQ(results.size(), std::size(ROWS));
     for (size_t i = 0; i < std::size(ROWS); ++i) {
