@@ -9,6 +9,7 @@
 #include <sstream>
 
 #include "common.h"
+#include "model/rules.h"
 
 namespace kivtool
 {
@@ -61,6 +62,11 @@ std::vector<subcommand_info> describe(CLI::App &app)
             i.takes_value = o->get_expected_max() > 0; // a flag expects none
             i.file_value = o->check_lname("output");
             i.values = listed_values(o->get_type_name());
+            // A rule option's type is RULE, its list too long for a help
+            // line: the rules' ids are offered.
+            if (o->get_type_name() == "RULE")
+                for (const rule &r : all_rules())
+                    i.values.push_back(r.id);
             s.options.push_back(std::move(i));
         }
         out.push_back(std::move(s));
