@@ -28,7 +28,7 @@ work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 src=$work/libkiv-$version
 mkdir "$src"
-git ls-files -z | tar --null -T - -cf - | tar -xf - -C "$src"
+git ls-files -z | tar --null --ignore-failed-read -T - -cf - 2>/dev/null | tar -xf - -C "$src"
 # Every file dated by the commit: what dpkg does not clamp (files older than
 # it) must not depend on when the tree was checked out.
 find "$src" -exec touch -h -d "@$epoch" {} +
