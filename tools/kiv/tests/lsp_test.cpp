@@ -334,23 +334,54 @@ TEST(LspFix, QuickFixesUndoPlantedMistakes)
     }
 }
 
+namespace
+{
+
+// serve() on two pipes, on a thread of its own, and the editor's side of
+// them: what it sends the server and reads back.
+struct piped {
+    int to_server[2] = {-1, -1}, from_server[2] = {-1, -1};
+    int rc = -1;
+    std::thread srv;
+
+    explicit piped(std::chrono::milliseconds debounce)
+    {
+        EXPECT_EQ(pipe(to_server), 0);
+        EXPECT_EQ(pipe(from_server), 0);
+        srv = std::thread([this, debounce] { rc = serve(to_server[0], from_server[1], debounce); });
+    }
+    ~piped()
+    {
+        join();
+        for (int fd : {to_server[0], to_server[1], from_server[0], from_server[1]})
+            close(fd);
+    }
+    void send(const json &m) { EXPECT_TRUE(write_message(to_server[1], m.dump())); }
+    json receive()
+    {
+        std::string body;
+        EXPECT_EQ(read_message(from_server[0], &body), read_result::message);
+        return json::parse(body);
+    }
+    // Waits for the server to end; its exit code.
+    int join()
+    {
+        if (srv.joinable())
+            srv.join();
+        return rc;
+    }
+};
+
+} // namespace
+
 // The server on pipes, with its threads: changes that come faster than the
 // checks end in one set of diagnostics for the newest text, requests are
 // answered meanwhile, and shutdown then exit end it with 0.
 TEST(LspServe, TheNewestTextWinsAndTheSessionEnds)
 {
-    int to_server[2], from_server[2];
-    ASSERT_EQ(pipe(to_server), 0);
-    ASSERT_EQ(pipe(from_server), 0);
-    int rc = -1;
-    std::thread srv(
-        [&] { rc = serve(to_server[0], from_server[1], std::chrono::milliseconds(5)); });
-    auto send = [&](const json &m) { ASSERT_TRUE(write_message(to_server[1], m.dump())); };
-    auto receive = [&] {
-        std::string body;
-        EXPECT_EQ(read_message(from_server[0], &body), read_result::message);
-        return json::parse(body);
-    };
+    piped p(std::chrono::milliseconds(5));
+    auto send = [&](const json &m) { p.send(m); };
+    auto receive = [&] { return p.receive(); };
     const std::string text = kivtest::read_file(kivtest::example("three_channel_4k.lua"));
     send({{"jsonrpc", "2.0"}, {"id", 1}, {"method", "initialize"}, {"params", json::object()}});
     EXPECT_EQ(receive()["id"], 1);
@@ -391,10 +422,7 @@ TEST(LspServe, TheNewestTextWinsAndTheSessionEnds)
     EXPECT_EQ(m["id"], 3);
     EXPECT_TRUE(answered);
     send({{"jsonrpc", "2.0"}, {"method", "exit"}});
-    srv.join();
-    EXPECT_EQ(rc, 0);
-    for (int fd : {to_server[0], to_server[1], from_server[0], from_server[1]})
-        close(fd);
+    EXPECT_EQ(p.join(), 0);
 }
 
 // `kiv lsp` as an editor starts it, on pipes: a buffer is checked once it
@@ -779,18 +807,9 @@ TEST_F(LspSession, MissingKeysAreInsertedFromTheirDiagnostic)
 // is said before the server stops with 1.
 TEST(LspServe, WhatCannotBeReadIsToldToTheClient)
 {
-    int to_server[2], from_server[2];
-    ASSERT_EQ(pipe(to_server), 0);
-    ASSERT_EQ(pipe(from_server), 0);
-    int rc = -1;
-    std::thread srv(
-        [&] { rc = serve(to_server[0], from_server[1], std::chrono::milliseconds(0)); });
-    auto send = [&](const json &m) { ASSERT_TRUE(write_message(to_server[1], m.dump())); };
-    auto receive = [&] {
-        std::string body;
-        EXPECT_EQ(read_message(from_server[0], &body), read_result::message);
-        return json::parse(body);
-    };
+    piped p(std::chrono::milliseconds(0));
+    auto send = [&](const json &m) { p.send(m); };
+    auto receive = [&] { return p.receive(); };
     // The next message of a method (or the answer to an id), past others.
     auto next = [&](const std::string &method) {
         for (;;)
@@ -816,7 +835,7 @@ TEST(LspServe, WhatCannotBeReadIsToldToTheClient)
     };
     std::thread writer([&] {
         for (const std::string &m : huge)
-            EXPECT_TRUE(write_message(to_server[1], m));
+            EXPECT_TRUE(write_message(p.to_server[1], m));
     });
     json m = next("window/showMessage");
     EXPECT_EQ(m["params"]["type"], 1);
@@ -845,13 +864,10 @@ TEST(LspServe, WhatCannotBeReadIsToldToTheClient)
     EXPECT_EQ(next("textDocument/publishDiagnostics")["params"]["diagnostics"], json::array());
     // Then the framing breaks.
     const char bad[] = "Content-Length: twelve\r\n\r\n";
-    ASSERT_EQ(write(to_server[1], bad, strlen(bad)), static_cast<ssize_t>(strlen(bad)));
+    ASSERT_EQ(write(p.to_server[1], bad, strlen(bad)), static_cast<ssize_t>(strlen(bad)));
     m = next("window/showMessage");
     EXPECT_NE(m["params"]["message"].get<std::string>().find("exit code 1"), std::string::npos);
-    srv.join();
-    EXPECT_EQ(rc, 1);
-    for (int fd : {to_server[0], to_server[1], from_server[0], from_server[1]})
-        close(fd);
+    EXPECT_EQ(p.join(), 1);
 }
 
 namespace
